@@ -1,0 +1,90 @@
+#include "frame/selection.h"
+
+#include "platform/class_store.h"
+
+namespace zemo {
+
+std::u16string GetSelectableName(IUnknown* object) {
+  if (!object) return u"NULL";
+  ComPtr<ISelectableObject> selectable;
+  if (FAILED(QueryTo(object, &selectable))) return {};
+  CBstr name;
+  if (FAILED(selectable->GetSelectName(name.Out()))) return u"error";
+  return std::u16string(name.View());
+}
+
+HRESULT SelectChild(IUnknown* child, std::u16string_view name, ISelectParams* params, IUnknown** out) {
+  if (!child) return kSelectNotMine;
+  ComPtr<ISelectableObject> selectable;
+  if (FAILED(QueryTo(child, &selectable))) return kSelectNotMine;
+  CBstr childName;
+  if (FAILED(selectable->GetSelectName(childName.Out())) || !WideEqualNoCase(childName.View(), name))
+    return kSelectNotMine;
+  return selectable->Select(params, out);
+}
+
+HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out) {
+  if (!out) return E_POINTER;
+  *out = nullptr;
+  if (!object) return E_POINTER;
+  LONG left = 0;
+  if (params) CheckHr(params->GetCount(&left));
+  if (left == 0) return object->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
+  ComPtr<ISelectableObject> selectable;
+  if (FAILED(QueryTo(object, &selectable))) return E_INVALIDARG;
+  return selectable->Select(params, out);
+}
+
+void MakeTable(IDataTable** ioTable, std::span<const TableColumn> columns) {
+  if (!ioTable) AtlThrow(E_POINTER);
+  ComPtr<IDataTable> table(*ioTable);
+  if (!table) {
+    CLSID clsid;
+    CheckHr(CLSIDFromProgID(kProgIdDataTable, &clsid));
+    CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IDataTable::iid, table.OutVoid()));
+  }
+  ComPtr<IDataColumns> cols;
+  CheckHr(table->GetColumns(cols.ReleaseAndGetAddressOf()));
+  for (const TableColumn& c : columns) {
+    CBstr name{std::u16string_view(c.name)};
+    CheckHr(cols->AddColumn(name.Get(), c.type, 0));
+  }
+  if (!*ioTable) *ioTable = table.Detach();
+}
+
+TableRows::TableRows(IDataTable* table) {
+  if (!table) AtlThrow(E_POINTER);
+  CheckHr(table->GetRows(m_rows.ReleaseAndGetAddressOf()));
+}
+
+ComPtr<IDataRow> TableRows::NewRow() {
+  ComPtr<IDataRow> row;
+  CheckHr(m_rows->AddRow(row.ReleaseAndGetAddressOf()));
+  return row;
+}
+
+void TableRows::SetCell(IDataRow* row, LONG column, const VARIANT& value) {
+  CVariant index = CVariant::I4(column);
+  // SetValue reads the value only; its signature predates const.
+  CheckHr(row->SetValue(index, const_cast<VARIANT*>(&value)));
+}
+
+void TableRows::Add(std::span<const VARIANT> values) {
+  ComPtr<IDataRow> row = NewRow();
+  LONG column = 0;
+  for (const VARIANT& v : values) {
+    if (v.vt != VT_EMPTY) SetCell(row.Get(), column, v);
+    ++column;
+  }
+}
+
+void TableRows::Add(std::initializer_list<CVariant> values) {
+  ComPtr<IDataRow> row = NewRow();
+  LONG column = 0;
+  for (const CVariant& v : values) {
+    if (v.vt != VT_EMPTY) SetCell(row.Get(), column, v);
+    ++column;
+  }
+}
+
+}  // namespace zemo

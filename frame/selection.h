@@ -1,0 +1,73 @@
+// The selection protocol's shared steps: naming an object, handing a path
+// step to a child, finishing a step at an object, and building the table a
+// class answers GetTable with.
+//
+//   HRESULT Select(ISelectParams* params, IUnknown** out) {     // a class with one child
+//     return Locked([&]() -> HRESULT {
+//       CheckOut(out);
+//       CBstr name;
+//       ComPtr<IPropertyBag> bag;
+//       if (CheckHr(params->NextItem(name.Out(), bag.ReleaseAndGetAddressOf())) == S_FALSE)
+//         return GetUnknown()->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
+//       HRESULT hr = SelectChild(m_child.Get(), name.View(), params, out);
+//       return hr == kSelectNotMine ? E_INVALIDARG : hr;
+//     });
+//   }
+#pragma once
+
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "frame/persist_interfaces.h"
+#include "platform/variant.h"
+
+namespace zemo {
+
+// The selection name of any object: "NULL" for null, empty for an object
+// that isn't selectable, "error" when its GetSelectName fails.
+std::u16string GetSelectableName(IUnknown* object);
+
+// SelectChild's answer when the step names something else.
+inline constexpr HRESULT kSelectNotMine = 1;
+
+// If child is selectable and its name equals `name` (case-blind), the step
+// is the child's: the result of its Select(params, out). Otherwise, a null
+// child included, kSelectNotMine.
+HRESULT SelectChild(IUnknown* child, std::u16string_view name, ISelectParams* params, IUnknown** out);
+
+// A step has led to `object`. If no step is left (null params count as
+// none), out is the object with a reference added; otherwise the object
+// must be selectable (else E_INVALIDARG) and its Select goes on.
+HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out);
+
+struct TableColumn {
+  const char16_t* name;
+  VARTYPE type;
+};
+
+// Adds the columns to *ioTable, creating a "ZemoUtil.DataTable" first if
+// *ioTable is null; the created table goes out in *ioTable with its
+// reference. Raises failures. Used in GetTable:
+//   CheckOut(out); MakeTable(out, kColumns); TableRows rows(*out); rows.Add({...});
+void MakeTable(IDataTable** ioTable, std::span<const TableColumn> columns);
+
+// Adds rows to a table, each value set by column index.
+class TableRows {
+ public:
+  explicit TableRows(IDataTable* table);
+
+  // One row with the values in column order; a VT_EMPTY value is skipped.
+  void Add(std::initializer_list<CVariant> values);
+  void Add(std::span<const VARIANT> values);
+
+  // A new row for a caller that sets its cells itself with SetCell.
+  ComPtr<IDataRow> NewRow();
+  static void SetCell(IDataRow* row, LONG column, const VARIANT& value);
+
+ private:
+  ComPtr<IDataRows> m_rows;
+};
+
+}  // namespace zemo

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets up, builds with AddressSanitizer and UndefinedBehaviorSanitizer, and
+# runs every test, then every fuzz target over its seeds and for a bounded time.
+# Any failure or sanitizer report fails the run.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+scripts/setup.sh
+
+jobs=$(nproc)
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+
+cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Debug -DZEMO_SANITIZE=ON -DZEMO_BUILD_TESTS=ON >/dev/null
+cmake --build build/test -j"$jobs"
+ctest --test-dir build/test --output-on-failure -j"$jobs"
+
+if [ -f fuzz/CMakeLists.txt ] && [ "${ZEMO_SKIP_FUZZ:-0}" != 1 ]; then
+  CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=Debug -DZEMO_BUILD_FUZZ=ON -DZEMO_BUILD_TESTS=OFF >/dev/null
+  cmake --build build/fuzz -j"$jobs"
+  scripts/fuzz.sh build/fuzz "${ZEMO_FUZZ_SECONDS:-600}"
+fi

@@ -1,0 +1,146 @@
+#include "engine/data_table.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zemo::CBstr;
+using zemo::ComPtr;
+using zemo::CVariant;
+
+struct Table {
+  ComPtr<IDataTable> table = zemo::MakeObject<zemo::DataTable, IDataTable>();
+  ComPtr<IDataColumns> columns;
+  ComPtr<IDataRows> rows;
+  // Columns Name (text) and Packets (u64).
+  Table() {
+    CheckHr(table->GetColumns(columns.ReleaseAndGetAddressOf()));
+    CheckHr(table->GetRows(rows.ReleaseAndGetAddressOf()));
+    CheckHr(columns->AddColumn(CBstr(u"Name").Get(), VT_BSTR, 0));
+    CheckHr(columns->AddColumn(CBstr(u"Packets").Get(), VT_UI8, 0));
+  }
+  ComPtr<IDataRow> AddRow() {
+    ComPtr<IDataRow> row;
+    CheckHr(rows->AddRow(row.ReleaseAndGetAddressOf()));
+    return row;
+  }
+};
+
+CVariant Index(LONG i) { return CVariant::I4(i); }
+
+TEST(EngineDataTable, RowsKeepTheirOrderAndReadBackByName) {
+  Table t;
+  for (uint64_t i = 0; i < 3; ++i) {
+    CVariant name = CVariant::Str(i == 1 ? u"beta" : i == 0 ? u"alpha" : u"gamma");
+    CVariant packets = CVariant::UI8(100 + i);
+    auto row = t.AddRow();
+    ASSERT_EQ(S_OK, row->SetValueByName(CBstr(u"name").Get(), &name));
+    ASSERT_EQ(S_OK, row->SetValue(Index(1), &packets));
+  }
+  LONG count = 0;
+  ASSERT_EQ(S_OK, t.rows->GetCount(&count));
+  ASSERT_EQ(3, count);
+  const char16_t* names[] = {u"alpha", u"beta", u"gamma"};
+  for (LONG i = 0; i < 3; ++i) {
+    ComPtr<IDataRow> row;
+    ASSERT_EQ(S_OK, t.rows->GetRow(i, row.ReleaseAndGetAddressOf()));
+    CVariant cells[2];
+    ASSERT_EQ(S_OK, row->GetValues(2, cells));
+    ASSERT_EQ(VT_BSTR, cells[0].vt);
+    EXPECT_EQ(std::u16string(names[i]), cells[0].bstrVal);
+    CVariant packets;
+    ASSERT_EQ(S_OK, row->GetValueByName(CBstr(u"PACKETS").Get(), &packets));
+    ASSERT_EQ(VT_UI8, packets.vt);
+    EXPECT_EQ(100u + i, packets.ullVal);
+  }
+  ComPtr<IDataRow> none;
+  EXPECT_EQ(E_INVALIDARG, t.rows->GetRow(3, none.ReleaseAndGetAddressOf()));
+
+  // The reading side of the columns, as a host printing a header needs it.
+  LONG index = 7;
+  EXPECT_EQ(S_OK, t.columns->Find(CBstr(u"packets").Get(), &index));
+  EXPECT_EQ(1, index);
+  EXPECT_EQ(S_FALSE, t.columns->Find(CBstr(u"Bytes").Get(), &index));
+  EXPECT_EQ(-1, index);
+  CBstr name;
+  ASSERT_EQ(S_OK, t.columns->GetName(1, name.Out()));
+  EXPECT_EQ(u"Packets", name.View());
+  VARTYPE type = 0;
+  ASSERT_EQ(S_OK, t.columns->GetType(0, &type));
+  EXPECT_EQ(VT_BSTR, type);
+  EXPECT_EQ(E_INVALIDARG, t.columns->GetType(2, &type));
+}
+
+TEST(EngineDataTable, SetValueChecksTheIndexAndConvertsToTheColumnType) {
+  Table t;
+  auto row = t.AddRow();
+  CVariant five = CVariant::I4(5);
+  for (LONG bad : {-1, 2}) EXPECT_EQ(E_INVALIDARG, row->SetValue(Index(bad), &five));
+  EXPECT_EQ(E_INVALIDARG, row->SetValue(CVariant::Str(u"1"), &five));
+  EXPECT_EQ(E_INVALIDARG, row->SetValue(CVariant::I8(int64_t(1) << 33 | 1), &five));
+  EXPECT_EQ(E_INVALIDARG, row->SetValueByName(CBstr(u"Bytes").Get(), &five));
+  EXPECT_EQ(E_POINTER, row->SetValue(Index(1), nullptr));
+
+  // Other integer types carry an index as well; the value takes the column's type.
+  ASSERT_EQ(S_OK, row->SetValue(CVariant::UI2(1), &five));
+  CVariant out;
+  ASSERT_EQ(S_OK, row->GetValue(1, &out));
+  EXPECT_EQ(VT_UI8, out.vt);
+  EXPECT_EQ(5u, out.ullVal);
+  CVariant number = CVariant::UI8(18446744073709551615u);
+  ASSERT_EQ(S_OK, row->SetValue(Index(0), &number));
+  ASSERT_EQ(S_OK, row->GetValue(0, out.Out()));
+  ASSERT_EQ(VT_BSTR, out.vt);
+  EXPECT_EQ(std::u16string(u"18446744073709551615"), out.bstrVal);
+
+  // A failed conversion is returned and leaves the cell as it was.
+  CVariant negative = CVariant::I4(-1);
+  EXPECT_EQ(DISP_E_OVERFLOW, row->SetValue(Index(1), &negative));
+  ASSERT_EQ(S_OK, row->GetValue(1, out.Out()));
+  EXPECT_EQ(5u, out.ullVal);
+}
+
+TEST(EngineDataTable, CellsNeverSetReadEmptyIncludingLaterColumns) {
+  Table t;
+  auto row = t.AddRow();
+  ASSERT_EQ(S_OK, t.columns->AddColumn(CBstr(u"Rate").Get(), VT_R8, 0));
+  CVariant cells[3];
+  ASSERT_EQ(S_OK, row->GetValues(3, cells));
+  for (auto& c : cells) EXPECT_EQ(VT_EMPTY, c.vt);
+  CVariant rate = CVariant::Str(u"2.5");
+  ASSERT_EQ(S_OK, row->SetValue(Index(2), &rate));
+  CVariant out;
+  ASSERT_EQ(S_OK, row->GetValueByName(CBstr(u"rate").Get(), &out));
+  ASSERT_EQ(VT_R8, out.vt);
+  EXPECT_EQ(2.5, out.dblVal);
+  // Asking for more cells than columns fails, with every slot still safe to clear.
+  CVariant four[4];
+  EXPECT_EQ(E_INVALIDARG, row->GetValues(4, four));
+  for (auto& c : four) EXPECT_EQ(VT_EMPTY, c.vt);
+  EXPECT_EQ(E_INVALIDARG, row->GetValue(3, out.Out()));
+}
+
+TEST(EngineDataTable, RowsAndColumnsOutliveTheTableWithoutLeaks) {
+  LONG live = zemo::ModuleCount::Get();
+  {
+    ComPtr<IDataRow> row;
+    ComPtr<IDataColumns> columns;
+    {
+      Table t;
+      row = t.AddRow();
+      columns = t.columns;
+    }  // table and rows object released
+    CVariant name = CVariant::Str(u"kept");
+    ASSERT_EQ(S_OK, row->SetValueByName(CBstr(u"Name").Get(), &name));
+    CVariant out;
+    ASSERT_EQ(S_OK, row->GetValueByName(CBstr(u"Name").Get(), &out));
+    EXPECT_EQ(std::u16string(u"kept"), out.bstrVal);
+    LONG count = 0;
+    ASSERT_EQ(S_OK, columns->GetCount(&count));
+    EXPECT_EQ(2, count);
+  }
+  // Everything went: nothing refers back to its owner.
+  EXPECT_EQ(live, zemo::ModuleCount::Get());
+}
+
+}  // namespace
