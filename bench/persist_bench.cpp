@@ -74,31 +74,23 @@ std::vector<uint8_t> SavedRecords() {
   return MemoryStreamBytes(stream.Get());
 }
 
-void BM_StreamReadRowByRow(benchmark::State& state) {
+// Reads the saved table back, row by row or as one run.
+void BM_StreamRead(benchmark::State& state) {
+  const bool rowByRow = state.range(0) != 0;
   auto saved = SavedRecords();
   std::vector<Record112> records(kRecords);
   for (auto _ : state) {
     auto stream = CreateReadOnlyStream(saved.data(), saved.size());
     ULONG count = ReadValue<ULONG>(stream.Get());
-    for (ULONG i = 0; i < count; ++i) ReadValue(stream.Get(), records[i]);
+    if (rowByRow)
+      for (ULONG i = 0; i < count; ++i) ReadValue(stream.Get(), records[i]);
+    else
+      ReadRecords<Record112>(stream.Get(), std::span(records).first(count));
     benchmark::DoNotOptimize(records.back().bytes[0]);
   }
   SetBytes(state, saved.size());
 }
-BENCHMARK(BM_StreamReadRowByRow)->Unit(benchmark::kMillisecond);
-
-void BM_StreamReadOneRun(benchmark::State& state) {
-  auto saved = SavedRecords();
-  std::vector<Record112> records(kRecords);
-  for (auto _ : state) {
-    auto stream = CreateReadOnlyStream(saved.data(), saved.size());
-    ULONG count = ReadValue<ULONG>(stream.Get());
-    ReadRecords<Record112>(stream.Get(), std::span(records).first(count));
-    benchmark::DoNotOptimize(records.back().bytes[0]);
-  }
-  SetBytes(state, saved.size());
-}
-BENCHMARK(BM_StreamReadOneRun)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StreamRead)->ArgName("rowByRow")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 // A row as a table statistic describes one record: 17 properties of the
 // kinds that occur (counters, times, a name, an identifier, a flag).
