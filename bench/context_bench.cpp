@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include "context/stats_context.h"
+#include "engine/engine.h"
 
 namespace {
 
@@ -56,6 +57,8 @@ class TrivialStats final : public zemo::Object<TrivialStats, IZemoStats, IProces
 };
 
 void BM_ContextProcessPacket(benchmark::State& state) {
+  // A context interns protocols through the host's protocol tree.
+  if (FAILED(zemo::RegisterEngineClasses())) return state.SkipWithError("engine classes");
   auto context = zemo::StatsContext::Create();
   for (int64_t i = 0; i < state.range(0); ++i) {
     CLSID key = MakeGuid("BE7C0000-0000-0000-0000-000000000000");

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "frame/clsids.h"
+#include "frame/module.h"
+#include "platform/class_store.h"
 #include "platform/clock.h"
 
 namespace zemo {
@@ -36,6 +39,15 @@ StatsContext::~StatsContext() {
   m_slots.clear();
   m_stats.RemoveAll();
   m_updater = nullptr;
+  m_tupleTable = nullptr;
+  m_entityTable = nullptr;
+}
+
+HRESULT StatsContext::FinalConstruct() {
+  HRESULT hr = CreateModuleInstance(CLSID_EntityTable, IEntityTable::iid, m_entityTable.OutVoid());
+  if (SUCCEEDED(hr)) hr = CreateModuleInstance(CLSID_TupleTable, ITupleTable::iid, m_tupleTable.OutVoid());
+  if (SUCCEEDED(hr)) hr = m_tupleTable->SetEntityTable(m_entityTable.Get());
+  return hr;
 }
 
 LONG StatsContext::FindSlot(REFCLSID key) const noexcept {
@@ -154,18 +166,17 @@ HRESULT StatsContext::SetLinkSpeed(ULONGLONG speed) {
   return Locked([&] { m_linkSpeed = speed; });
 }
 
-// The context has no identity tables until it is given them.
 HRESULT StatsContext::GetEntityTable(IEntityTable** table) {
-  return Locked([&]() -> HRESULT {
+  return Locked([&] {
     CheckOut(table);
-    return E_FAIL;
+    m_entityTable.CopyTo(table);
   });
 }
 
 HRESULT StatsContext::GetTupleTable(ITupleTable** table) {
-  return Locked([&]() -> HRESULT {
+  return Locked([&] {
     CheckOut(table);
-    return E_FAIL;
+    m_tupleTable.CopyTo(table);
   });
 }
 
@@ -315,7 +326,10 @@ HRESULT StatsContext::ResetContext(bool statisticsReset) {
     m_stopTime = 0;
     m_totalPackets = 0;
     m_totalBytes = 0;
-    HRESULT hr = S_OK;
+    // The tables first: the statistics' records refer to their identifiers.
+    // Only the tuple table's status can be the result, when no statistic follows.
+    if (m_entityTable) m_entityTable->Reset();
+    HRESULT hr = m_tupleTable ? m_tupleTable->Reset() : S_OK;
     for (size_t i = 0; i < m_slots.size(); ++i) {
       IZemoStats* stats = m_slots[i].stats;
       ComPtr<IResetStatistics> own;

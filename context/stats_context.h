@@ -9,6 +9,7 @@
 #include "frame/engine_interfaces.h"
 #include "frame/hash_map.h"
 #include "frame/stats_interfaces.h"
+#include "identity/identity_interfaces.h"
 #include "platform/object.h"
 
 namespace zemo {
@@ -29,6 +30,8 @@ class StatsContext final
                     StatsContextResetAs<IResetStatistics, true>, IObjectWithSite, IUpdateSummaryStats> {
  public:
   ~StatsContext();
+  // Creates the identity tables and links them.
+  HRESULT FinalConstruct();
 
   // IZemoStatsContext
   HRESULT GetStatsAt(ULONG index, IZemoStats** stats) override;
@@ -113,6 +116,9 @@ class StatsContext final
   ComPtr<IAdapterInfo> m_adapterInfo;
   std::vector<StatsOrder> m_order;
   ComPtr<IUnknown> m_site;
+  // Shared by all the statistics; released last of all.
+  ComPtr<IEntityTable> m_entityTable;
+  ComPtr<ITupleTable> m_tupleTable;
 };
 
 template <class I, bool kStatisticsReset>

@@ -34,6 +34,13 @@ constexpr Row kRows[] = {
     {kMacsec, kEthernetII, u"MACsec"},
     {kLacp, kEthernetII, u"LACP"},
 
+    {kLinuxCooked, kNone, u"Linux cooked capture"},
+    {kLinuxCooked2, kNone, u"Linux cooked capture v2"},
+    {kLoopback, kNone, u"BSD loopback"},
+    {kRadiotap, kNone, u"Radiotap"},
+    {kPrism, kNone, u"Prism"},
+    {kPpp, kPppoeSession, u"PPP"},
+
     {kIp, kEthernetII, u"IP"},
     {kIpv4, kIp, u"IPv4"},
     {kIpv6, kIp, u"IPv6"},

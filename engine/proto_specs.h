@@ -44,6 +44,14 @@ inline constexpr uint16_t kWakeOnLan = 0x001C;
 inline constexpr uint16_t kMacsec = 0x001D;
 inline constexpr uint16_t kLacp = 0x001E;
 
+// Capture headers that stand before or instead of the link layer (roots).
+inline constexpr uint16_t kLinuxCooked = 0x0030;
+inline constexpr uint16_t kLinuxCooked2 = 0x0031;
+inline constexpr uint16_t kLoopback = 0x0032;
+inline constexpr uint16_t kRadiotap = 0x0033;
+inline constexpr uint16_t kPrism = 0x0034;
+inline constexpr uint16_t kPpp = 0x0035;  // the PPP of a PPPoE session
+
 // Network layer.
 inline constexpr uint16_t kIp = 0x0040;  // the family of IPv4 and IPv6; never a layer of its own
 inline constexpr uint16_t kIpv4 = 0x0041;

@@ -24,28 +24,11 @@ inline constexpr uint8_t kTypeIpv6 = 24;
 inline constexpr uint8_t kTypePhysical43 = 43;  // 2-byte physical address
 
 // Bytes of the value of a type; 0 for a type without a value.
-constexpr uint32_t Length(uint8_t type) {
-  switch (type) {
-    case 2: case 4: case 5: case 6: case 32: case 33: return 1;
-    case 1: case 22: case 34: case 35: case 37: case 38: case 43: return 2;
-    case 20: return 3;
-    case 9: case 21: case 36: return 4;
-    case 3: return 5;
-    case 10: case 11: case 12: case 13: return 6;
-    case 25: return 10;
-    case 24: return 16;
-    default: return 0;
-  }
-}
+constexpr uint32_t Length(uint8_t type) { return MediaSpecLength(type); }
 
 // One mask bit for each value byte from the top bit down, except IPv4 (one for
 // each bit) and protocols (only the low two bytes of the identifier count).
-constexpr uint32_t FullMask(uint8_t type) {
-  if (type == kTypeIpv4) return 0xFFFFFFFFu;
-  if (type == kTypeProtocol) return 0xC0000000u;
-  uint32_t n = Length(type);
-  return n == 0 ? 0 : ~0u << (32 - n);
-}
+constexpr uint32_t FullMask(uint8_t type) { return MediaSpecFullMask(type); }
 
 constexpr uint8_t ClassOf(uint8_t type) {
   switch (type) {

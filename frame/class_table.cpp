@@ -3,7 +3,19 @@
 #include "context/stats_context.h"
 #include "frame/clsids.h"
 #include "frame/iids.h"
+#include "identity/entity_table.h"
+#include "identity/tuple_table.h"
+#include "network/dashboard_stats.h"
+#include "network/error_stats.h"
+#include "network/history_stats.h"
+#include "network/size_stats.h"
+#include "network/channel_stats.h"
+#include "network/network_stats.h"
 #include "platform/interfaces.h"
+#include "tables/conversation_stats.h"
+#include "tables/limit_settings.h"
+#include "tables/node_stats.h"
+#include "tables/protocol_stats.h"
 
 namespace zemo {
 namespace {
@@ -15,30 +27,30 @@ const ClassInfo kClasses[] = {
     {u"Alarm", CLSID_Alarm, false, nullptr, {&IID_IAlarm, &IID_ICloneable, &IID_IPersistXml}},
     {u"AlarmCollection", CLSID_AlarmCollection, false, nullptr, {&IID_IAlarmCollection, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"AlarmStates", CLSID_AlarmStates, false, nullptr, {&IID_IAlarmStates, &IPersistStream::iid, &IID_IPersistXml}},
-    {u"ChannelStats", CLSID_ChannelStats, false, nullptr, {&IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml}},
-    {u"ConversationStats", CLSID_ConversationStats, false, nullptr, {&IID_IConversationStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
-    {u"DashboardStats", CLSID_DashboardStats, false, nullptr, {&IID_IDashboardStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid}},
-    {u"EntityTable", CLSID_EntityTable, false, nullptr, {&IID_IEntityTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
-    {u"ErrorStats", CLSID_ErrorStats, false, nullptr, {&IID_IErrorStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
-    {u"HistoryStats", CLSID_HistoryStats, false, nullptr, {&IID_IHistoryStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
-    {u"NetworkStats", CLSID_NetworkStats, false, nullptr, {&IID_INetworkStats, &IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
-    {u"NodeStats", CLSID_NodeStats, false, nullptr, {&IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
+    {u"ChannelStats", CLSID_ChannelStats, false, &CreateClass<ChannelStats>, {&IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml}},
+    {u"ConversationStats", CLSID_ConversationStats, false, &CreateClass<ConversationStats>, {&IID_IConversationStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
+    {u"DashboardStats", CLSID_DashboardStats, false, &CreateClass<DashboardStats>, {&IID_IDashboardStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid}},
+    {u"EntityTable", CLSID_EntityTable, false, &CreateClass<EntityTable>, {&IID_IEntityTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"ErrorStats", CLSID_ErrorStats, false, &CreateClass<ErrorStats>, {&IID_IErrorStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"HistoryStats", CLSID_HistoryStats, false, &CreateClass<HistoryStats>, {&IID_IHistoryStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
+    {u"NetworkStats", CLSID_NetworkStats, false, &CreateClass<NetworkStats>, {&IID_INetworkStats, &IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"NodeStats", CLSID_NodeStats, false, &CreateClass<NodeStats>, {&IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"NodeStatsHierarchy", CLSID_NodeStatsHierarchy, false, nullptr, {&IID_INodeStatsHierarchy, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"NodeStatsTracker", CLSID_NodeStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_INodeStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"ZemoStatsContextCollection", CLSID_ZemoStatsContextCollection, true, nullptr, {&IID_IZemoStatsContextCollection, &IID_IPersistXml}},
-    {u"ZemoStatsLimitSettings", CLSID_ZemoStatsLimitSettings, false, nullptr, {&IID_IZemoStatsLimitSettings, &IID_IPersistXml}},
-    {u"ProtocolStats", CLSID_ProtocolStats, false, nullptr, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
-    {u"ProtocolStatsByID", CLSID_ProtocolStatsByID, false, nullptr, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
+    {u"ZemoStatsLimitSettings", CLSID_ZemoStatsLimitSettings, false, &CreateClass<ZemoStatsLimitSettings>, {&IID_IZemoStatsLimitSettings, &IID_IPersistXml}},
+    {u"ProtocolStats", CLSID_ProtocolStats, false, &CreateClass<ProtocolStats>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
+    {u"ProtocolStatsByID", CLSID_ProtocolStatsByID, false, &CreateClass<ProtocolStatsByID>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"ProtocolStatsTracker", CLSID_ProtocolStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_IProtocolStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"RollingNodeStats", CLSID_RollingNodeStats, false, nullptr, {&IID_IRollingNodeStats, &IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
-    {u"SizeStats", CLSID_SizeStats, false, nullptr, {&IID_ISizeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"SizeStats", CLSID_SizeStats, false, &CreateClass<SizeStats>, {&IID_ISizeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"StatsContext", CLSID_StatsContext, false, &CreateClass<StatsContext>, {&IID_IZemoStatsContext, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IID_IResetStatistics, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IObjectWithSite::iid, &IID_ISelectableObject, &IID_IUpdateSummaryStats}},
     {u"StatsServer", CLSID_StatsServer, false, nullptr, {&IID_IZemoStatsServer, &IID_IResetProcessing, &IID_IProcessTime, &IID_ISelectableObject}},
     {u"SummaryStats", CLSID_SummaryStats, false, nullptr, {&IID_ISummaryStats, &IID_IZemoStats, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"SummaryStatsSnapshot", CLSID_SummaryStatsSnapshot, false, nullptr, {&IID_ISummaryStatsSnapshot, &IID_ICloneable, &IPersistStream::iid, &IID_IPersistXml}},
     {u"SummaryStatsTracker", CLSID_SummaryStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_ISummaryStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"SummaryStatsUpdater", CLSID_SummaryStatsUpdater, false, nullptr, {&IID_IStatsUpdater}},
-    {u"TupleTable", CLSID_TupleTable, false, nullptr, {&IID_ITupleTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IID_ISelectableObject}},
+    {u"TupleTable", CLSID_TupleTable, false, &CreateClass<TupleTable>, {&IID_ITupleTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IID_ISelectableObject}},
     {u"WirelessChannelStats", CLSID_WirelessChannelStats, false, nullptr, {&IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory}},
     {u"WirelessChannelStats2", CLSID_WirelessChannelStats2, false, nullptr, {&IID_IWirelessChannelStats2, &IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
     {u"WirelessChannelStatsTracker", CLSID_WirelessChannelStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_IWirelessChannelStatsTracker, &IID_ICloneable, &IID_IPersistXml}},

@@ -91,6 +91,16 @@ HRESULT GetClassObjectFor(const ClassInfo& row, REFIID iid, void** out) {
 
 void ReleaseClassFactories() { g_cache.ReleaseAll(); }
 
+HRESULT CreateModuleInstance(REFCLSID clsid, REFIID iid, void** out) {
+  HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, out);
+  if (hr != REGDB_E_CLASSNOTREG) return hr;
+  const ClassInfo* row = FindClass(clsid);
+  if (!row || !row->create) return CLASS_E_CLASSNOTAVAILABLE;
+  ComPtr<IClassFactory> factory;
+  hr = GetClassObjectFor(*row, IClassFactory::iid, factory.OutVoid());
+  return SUCCEEDED(hr) ? factory->CreateInstance(nullptr, iid, out) : hr;
+}
+
 }  // namespace zemo
 
 using namespace zemo;

@@ -22,4 +22,9 @@ struct ClassInfo;
 HRESULT GetClassObjectFor(const ClassInfo& row, REFIID iid, void** out);
 // Releases the cached class factories, as the module does when it unloads.
 void ReleaseClassFactories();
+// An object of one of the module's own classes by its class identifier, as
+// an owner creates its sub-objects: CoCreateInstance first, so that a host
+// may stand in a class object of its own; a class the store does not know
+// comes from the module's class table, registered or not.
+HRESULT CreateModuleInstance(REFCLSID clsid, REFIID iid, void** out);
 }  // namespace zemo

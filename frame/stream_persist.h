@@ -6,9 +6,11 @@
 // status, a short read or write with E_FAIL, a null stream with E_POINTER.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <span>
 #include <type_traits>
+#include <vector>
 
 #include "platform/interfaces.h"
 #include "platform/stream.h"
@@ -63,6 +65,22 @@ template <class T>
 void ReadRecords(IStream* stream, std::span<T> records) {
   static_assert(kStreamRecord<T>);
   ReadBytes(stream, records.data(), records.size_bytes());
+}
+
+// `count` records read from a stream whose count field may lie: the array
+// grows with what actually arrives, a chunk at a time, so a hostile count
+// costs no more memory than the bytes behind it. A short stream raises E_FAIL.
+template <class T>
+std::vector<T> ReadRecordArray(IStream* stream, uint64_t count) {
+  static_assert(kStreamRecord<T>);
+  constexpr uint64_t kChunk = (64 * 1024) / sizeof(T) + 1;
+  std::vector<T> records;
+  while (records.size() < count) {
+    size_t have = records.size();
+    records.resize(have + static_cast<size_t>(std::min<uint64_t>(kChunk, count - have)));
+    ReadRecords(stream, std::span<T>(records).subspan(have));
+  }
+  return records;
 }
 
 // The position, by Seek 0 from the present; and an absolute Seek.

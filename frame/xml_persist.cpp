@@ -383,6 +383,12 @@ ComPtr<IXMLDOMNode> SavePropertyList(IXMLDOMDocument* document, const PropertyLi
   return target;
 }
 
+void ForEachChildElement(IXMLDOMNode* node, const std::function<void(IXMLDOMElement*)>& fn) {
+  if (!node) AtlThrow(E_POINTER);
+  for (ComPtr<IXMLDOMNode> child = FirstChild(node); child; child = NextSibling(child.Get()))
+    if (NodeType(child.Get()) == NODE_ELEMENT) fn(child.Query<IXMLDOMElement>().Get());
+}
+
 void LoadPropertyList(IXMLDOMNode* element, PropertyList& list) {
   if (!element) AtlThrow(E_POINTER);
   ComPtr<IXMLDOMDocument> document;

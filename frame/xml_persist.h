@@ -8,6 +8,7 @@
 // form that reads back to the same value, identifiers in braces.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -58,6 +59,10 @@ HRESULT LoadObjectFromXmlFile(IUnknown* object, LPCOLESTR path);
 // The first match of a relative path ("name", "a/b"), or null.
 ComPtr<IXMLDOMNode> SelectXmlNode(IXMLDOMNode* node, std::u16string_view path);
 ComPtr<IXMLDOMElement> SelectXmlElement(IXMLDOMNode* node, std::u16string_view path);
+
+// Calls fn with each child of node that is an element, in document order,
+// whatever its name.
+void ForEachChildElement(IXMLDOMNode* node, const std::function<void(IXMLDOMElement*)>& fn);
 
 // A new element, appended to parent.
 ComPtr<IXMLDOMElement> CreateChildElement(IXMLDOMDocument* document, IXMLDOMNode* parent, std::u16string_view name);

@@ -449,4 +449,9 @@ HRESULT CoRevokeClassObject(DWORD cookie) {
   return S_OK;
 }
 
+HRESULT RegistrarRunScript(LPCOLESTR script, BOOL registering) {
+  if (!script) return E_POINTER;
+  return ClassStore::RunScript(script, {}, registering != FALSE);
+}
+
 }  // extern "C"

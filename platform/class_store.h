@@ -46,6 +46,12 @@ ZEMO_API HRESULT CoGetClassObject(REFCLSID clsid, DWORD context, void* reserved,
 // Makes a host's class object creatable in this process; the cookie revokes it.
 ZEMO_API HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* factory, DWORD context, DWORD flags, DWORD* cookie);
 ZEMO_API HRESULT CoRevokeClassObject(DWORD cookie);
+// The registrar for a host that serves classes of its own: applies a
+// registration script (the form of registration/*.rgs, without replaceable
+// parameters) to the class store, registering or unregistering. This is how a
+// host built against the installed module gives its engine objects their
+// program identifiers.
+ZEMO_API HRESULT RegistrarRunScript(LPCOLESTR script, BOOL registering);
 }
 
 namespace zemo {

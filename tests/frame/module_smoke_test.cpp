@@ -3,7 +3,11 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include "engine/class_factory.h"
+#include "engine/engine.h"
+#include "engine/proto_specs.h"
 #include "frame/clsids.h"
+#include "platform/class_store.h"
 #include "platform/interfaces.h"
 
 namespace {
@@ -50,6 +54,21 @@ TEST(SmokeModule, LoadsAndAnswersThroughItsEntryPoints) {
   EXPECT_EQ(E_POINTER, getClassObject(CLSID_StatsContext, IClassFactory::iid, nullptr));
   EXPECT_EQ(S_OK, canUnload());
 
+  // A context's entity table asks for the host's protocol tree by program
+  // identifier, so the host registers it in the module's class store.
+  auto runScript = m.Get<HRESULT (*)(LPCOLESTR, BOOL)>("RegistrarRunScript");
+  auto registerClass = m.Get<HRESULT (*)(REFCLSID, IUnknown*, DWORD, DWORD, DWORD*)>("CoRegisterClassObject");
+  auto revokeClass = m.Get<HRESULT (*)(DWORD)>("CoRevokeClassObject");
+  ASSERT_TRUE(runScript && registerClass && revokeClass);
+  ASSERT_EQ(S_OK, runScript(u"HKCR { ZemoCore.ProtoSpecs = s 'ProtoSpecs Class' { CLSID = s "
+                            u"'{A3CF6915-E06B-458C-A2E7-632623C13702}' } }",
+                            TRUE));
+  zemo::ComPtr<IClassFactory> protoSpecs;
+  ASSERT_EQ(S_OK, zemo::HostClassFactory::CreateObject(IClassFactory::iid, protoSpecs.OutVoid(),
+                                                       &zemo::CreateClass<zemo::ProtoSpecs>));
+  DWORD cookie = 0;
+  ASSERT_EQ(S_OK, registerClass(CLSID_ZemoProtoSpecs, protoSpecs.Get(), CLSCTX_INPROC_SERVER, 0, &cookie));
+
   // A served class: its factory keeps no lock on the module, an object does.
   IClassFactory* factory = nullptr;
   if (getClassObject(CLSID_StatsContext, IClassFactory::iid, reinterpret_cast<void**>(&factory)) == S_OK) {
@@ -60,6 +79,7 @@ TEST(SmokeModule, LoadsAndAnswersThroughItsEntryPoints) {
     factory->Release();
     EXPECT_EQ(S_OK, canUnload());
   }
+  EXPECT_EQ(S_OK, revokeClass(cookie));
   EXPECT_EQ(S_OK, unreg());
 }
 

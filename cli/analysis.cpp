@@ -1,0 +1,139 @@
+#include "cli/analysis.h"
+
+#include <time.h>
+
+#include <algorithm>
+
+#include "engine/engine.h"
+#include "frame/class_table.h"
+#include "frame/clsids.h"
+#include "frame/module.h"
+#include "frame/persist_interfaces.h"
+#include "platform/class_store.h"
+#include "platform/strings.h"
+
+namespace zemo::cli {
+namespace {
+
+constexpr uint64_t kSecond = 1000000000ull;
+// A longer silence than this in packet time (or a broken time stamp) gets
+// one tick instead of one for each second.
+constexpr uint64_t kMaxTicksPerGap = 3600;
+
+std::string Lower(std::u16string_view text) {
+  std::string s = ToUtf8(text);
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return s;
+}
+
+}  // namespace
+
+std::string HrText(HRESULT hr) {
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "0x%08X", static_cast<unsigned>(hr));
+  return buf;
+}
+
+uint64_t MonotonicNs() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return uint64_t(ts.tv_sec) * kSecond + uint64_t(ts.tv_nsec);
+}
+
+bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) {
+  // The module and the engine objects it creates by program identifier are
+  // both in this program; registering again only repairs keys.
+  HRESULT hr = DllRegisterServer();
+  if (SUCCEEDED(hr)) hr = RegisterEngineClasses();
+  if (FAILED(hr)) {
+    *error = "cannot register the statistics module: " + HrText(hr);
+    return false;
+  }
+  hr = CoCreateInstance(CLSID_StatsContext, nullptr, CLSCTX_INPROC_SERVER, IZemoStatsContext::iid,
+                        m_context.OutVoid());
+  if (FAILED(hr)) {
+    *error = "cannot create the statistics context: " + HrText(hr);
+    return false;
+  }
+  m_decoder = FrameDecoder(linkType);
+  m_medium = MediumOfLinkType(linkType);
+  // The medium first: a statistic configures itself from it when added.
+  m_context->SetMediaType(m_medium.type);
+  m_context->SetMediaSubType(m_medium.subType);
+  m_context->SetLinkSpeed(linkSpeed);
+
+  // Every class the module serves and that is a statistic joins the context.
+  // Classes not built yet fail creation and are passed over, and so are the
+  // classes that are no statistics.
+  for (const ClassInfo& row : ClassTable()) {
+    if (row.clsid == CLSID_StatsContext) continue;
+    ComPtr<IZemoStats> stats;
+    if (FAILED(CoCreateInstance(row.clsid, nullptr, CLSCTX_INPROC_SERVER, IZemoStats::iid, stats.OutVoid()))) continue;
+    if (FAILED(m_context->AddStats(row.clsid, stats.Get()))) continue;
+    StatisticEntry entry{row.name, Lower(row.name), stats};
+    ComPtr<ISelectableObject> selectable;
+    CBstr name;
+    if (SUCCEEDED(stats.As(&selectable)) && SUCCEEDED(selectable->GetSelectName(name.Out())) && name.Length()) {
+      entry.selectName = name.Utf8();
+      entry.selectable = true;
+    }
+    m_statistics.push_back(std::move(entry));
+  }
+  CheckHr(m_context.As(&m_process));
+  CheckHr(m_context.As(&m_time));
+  m_packet = Packet::Create();
+  return true;
+}
+
+void Analysis::TickTo(uint64_t second) {
+  uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
+  for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
+}
+
+void Analysis::Feed(const CaptureFrame& frame) {
+  ++m_facts.frames;
+  m_lastTime = frame.time;
+  uint64_t second = frame.time / kSecond;
+  if (second > m_second) {
+    m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
+    m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
+    m_secondPackets = m_secondBytes = 0;
+    if (m_second) TickTo(second);
+    m_second = second;
+  }
+  ++m_secondPackets;
+  m_secondBytes += frame.wireLength;
+  if (!m_decoder.Known()) ++m_facts.undecoded;
+
+  if (!m_timing) {
+    m_decoder.Decode(*m_packet, frame.data, frame.captureLength, frame.wireLength, frame.time);
+    m_process->ProcessPacket(m_packet.Get());
+    return;
+  }
+  uint64_t t0 = MonotonicNs();
+  m_decoder.Decode(*m_packet, frame.data, frame.captureLength, frame.wireLength, frame.time);
+  uint64_t t1 = MonotonicNs();
+  m_process->ProcessPacket(m_packet.Get());
+  uint64_t t2 = MonotonicNs();
+  m_facts.decodeNs += t1 - t0;
+  m_facts.engineNs += t2 - t1;
+}
+
+void Analysis::Idle(ZemoTime now) {
+  uint64_t second = now / kSecond;
+  if (m_second && second > m_second) {
+    m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
+    m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
+    m_secondPackets = m_secondBytes = 0;
+    TickTo(second);
+    m_second = second;
+  }
+}
+
+void Analysis::Finish() {
+  m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
+  m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
+  if (m_facts.frames && m_time) m_time->ProcessTime(m_lastTime);
+}
+
+}  // namespace zemo::cli

@@ -1,0 +1,146 @@
+#include "cli/capture_source.h"
+
+#include <pcap/pcap.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/clock.h"
+
+namespace zemo::cli {
+namespace {
+
+// libpcap prefixes some messages with the file name; the caller names the
+// file itself.
+std::string Reason(const char* text, const std::string& path) {
+  std::string s = text;
+  if (s.rfind(path + ": ", 0) == 0) s.erase(0, path.size() + 2);
+  if (s.find("unknown file format") != std::string::npos) s = "not a pcap or pcapng capture file";
+  return s;
+}
+
+}  // namespace
+
+CaptureSource::CaptureSource(pcap* handle, bool live, bool nano)
+    : m_handle(handle), m_live(live), m_nano(nano), m_linkType(pcap_datalink(handle)) {}
+
+CaptureSource::~CaptureSource() { pcap_close(m_handle); }
+
+std::unique_ptr<CaptureSource> CaptureSource::OpenFile(const std::string& path, std::string* error) {
+  char errbuf[PCAP_ERRBUF_SIZE] = {};
+  pcap* handle = nullptr;
+  uint64_t size = 0;
+  if (path == "-") return OpenStream(stdin, "standard input", error);
+  {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) {
+      *error = path + ": " + std::strerror(errno);
+      return nullptr;
+    }
+    if (S_ISDIR(st.st_mode)) {
+      *error = path + ": is a directory, not a capture file";
+      return nullptr;
+    }
+    if (S_ISREG(st.st_mode)) size = static_cast<uint64_t>(st.st_size);
+    if (S_ISREG(st.st_mode) && st.st_size == 0) {
+      *error = path + ": the file is empty, not a capture file";
+      return nullptr;
+    }
+    handle = pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, errbuf);
+  }
+  if (!handle) {
+    *error = path + ": " + Reason(errbuf, path);
+    return nullptr;
+  }
+  std::unique_ptr<CaptureSource> source(new CaptureSource(handle, false, true));
+  source->m_size = size;
+  return source;
+}
+
+std::unique_ptr<CaptureSource> CaptureSource::OpenStream(std::FILE* stream, const std::string& name,
+                                                         std::string* error) {
+  char errbuf[PCAP_ERRBUF_SIZE] = {};
+  pcap* handle = pcap_fopen_offline_with_tstamp_precision(stream, PCAP_TSTAMP_PRECISION_NANO, errbuf);
+  if (!handle) {
+    *error = name + ": " + Reason(errbuf, name);
+    return nullptr;
+  }
+  return std::unique_ptr<CaptureSource>(new CaptureSource(handle, false, true));
+}
+
+std::unique_ptr<CaptureSource> CaptureSource::OpenLive(const std::string& interface, std::string* error) {
+  char errbuf[PCAP_ERRBUF_SIZE] = {};
+  pcap* handle = pcap_create(interface.c_str(), errbuf);
+  if (!handle) {
+    *error = interface + ": " + errbuf;
+    return nullptr;
+  }
+  pcap_set_snaplen(handle, 65535);
+  pcap_set_promisc(handle, 1);
+  pcap_set_timeout(handle, 200);
+  bool nano = pcap_set_tstamp_precision(handle, PCAP_TSTAMP_PRECISION_NANO) == 0;
+  int status = pcap_activate(handle);
+  if (status < 0) {
+    std::string detail = pcap_geterr(handle);
+    switch (status) {
+      case PCAP_ERROR_PERM_DENIED:
+        *error = "capturing on " + interface +
+                 " needs the privileges libpcap needs (root, or the capabilities CAP_NET_RAW and CAP_NET_ADMIN): " +
+                 detail;
+        break;
+      case PCAP_ERROR_NO_SUCH_DEVICE:
+        *error = interface + ": no such interface";
+        break;
+      case PCAP_ERROR_IFACE_NOT_UP:
+        *error = interface + ": the interface is not up";
+        break;
+      default:
+        *error = interface + ": " + (detail.empty() ? pcap_statustostr(status) : detail);
+    }
+    pcap_close(handle);
+    return nullptr;
+  }
+  if (nano) nano = pcap_get_tstamp_precision(handle) == PCAP_TSTAMP_PRECISION_NANO;
+  return std::unique_ptr<CaptureSource>(new CaptureSource(handle, true, nano));
+}
+
+std::string CaptureSource::LinkTypeName() const {
+  const char* name = pcap_datalink_val_to_name(m_linkType);
+  return name ? name : "DLT_" + std::to_string(m_linkType);
+}
+
+ReadResult CaptureSource::Next(CaptureFrame* frame) {
+  pcap_pkthdr* header = nullptr;
+  const u_char* data = nullptr;
+  int r = pcap_next_ex(m_handle, &header, &data);
+  if (r == 1) {
+    // A pcap file holds 32-bit unsigned seconds since 1970; a stamp outside
+    // that range comes from a broken file and is held at its edge.
+    int64_t raw = header->ts.tv_sec;
+    uint64_t seconds = raw < 0 ? 0 : raw > 0xFFFFFFFFll ? 0xFFFFFFFFull : static_cast<uint64_t>(raw);
+    uint64_t fraction = static_cast<uint64_t>(header->ts.tv_usec);
+    uint64_t nanoseconds = m_nano ? fraction : fraction * 1000;
+    frame->data = data;
+    frame->captureLength = header->caplen;
+    frame->wireLength = header->len;
+    frame->time = kUnixEpochAsZemoTime + seconds * 1000000000ull + nanoseconds;
+    return ReadResult::kFrame;
+  }
+  if (r == 0) return ReadResult::kTimeout;
+  if (r == PCAP_ERROR_BREAK) return m_live ? ReadResult::kTimeout : ReadResult::kEnd;
+  m_error = pcap_geterr(m_handle);
+  return ReadResult::kError;
+}
+
+uint64_t CaptureSource::Position() const {
+  if (m_live || m_size == 0) return 0;
+  FILE* f = pcap_file(m_handle);
+  long at = f ? std::ftell(f) : -1;
+  return at < 0 ? 0 : static_cast<uint64_t>(at);
+}
+
+void CaptureSource::BreakLoop() { pcap_breakloop(m_handle); }
+
+}  // namespace zemo::cli

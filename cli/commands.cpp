@@ -1,0 +1,195 @@
+#include "cli/commands.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+#include "cli/analysis.h"
+#include "cli/capture_source.h"
+#include "cli/report.h"
+#include "platform/clock.h"
+
+namespace zemo::cli {
+namespace {
+
+std::atomic<bool> g_stop{false};
+std::atomic<CaptureSource*> g_live{nullptr};
+
+void OnSignal(int) {
+  g_stop = true;
+  if (CaptureSource* s = g_live.load()) s->BreakLoop();
+}
+
+// Ctrl-C and termination end a live capture cleanly, with its report.
+class StopOnSignal {
+ public:
+  explicit StopOnSignal(CaptureSource* source) {
+    g_stop = false;
+    g_live = source;
+    struct sigaction sa {};
+    sa.sa_handler = OnSignal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, &m_int);
+    sigaction(SIGTERM, &sa, &m_term);
+  }
+  ~StopOnSignal() {
+    sigaction(SIGINT, &m_int, nullptr);
+    sigaction(SIGTERM, &m_term, nullptr);
+    g_live = nullptr;
+  }
+
+ private:
+  struct sigaction m_int {}, m_term {};
+};
+
+void Fail(const std::string& message) { std::fprintf(stderr, "zemostats: %s\n", message.c_str()); }
+
+// The progress line of a long file on a terminal: percent and packets per second.
+class Progress {
+ public:
+  Progress(const CaptureSource& source)
+      : m_source(source), m_on(!source.Live() && source.Size() > 0 && isatty(STDERR_FILENO)), m_begin(MonotonicNs()) {}
+  ~Progress() {
+    if (m_shown) std::fprintf(stderr, "\r\033[K");
+  }
+  void Tick(uint64_t frames) {
+    if (!m_on || (frames & 0x3FFF)) return;
+    uint64_t now = MonotonicNs();
+    // Only files that take a while get a line, refreshed twice a second.
+    if (now - m_begin < 1000000000ull || now - m_last < 500000000ull) return;
+    m_last = now;
+    m_shown = true;
+    double percent = 100.0 * double(m_source.Position()) / double(m_source.Size());
+    double rate = frames / ((now - m_begin) / 1e9);
+    std::fprintf(stderr, "\r\033[K%5.1f%%  %llu packets  %.0f packets/s", percent, static_cast<unsigned long long>(frames),
+                 rate);
+  }
+
+ private:
+  const CaptureSource& m_source;
+  bool m_on;
+  bool m_shown = false;
+  uint64_t m_begin;
+  uint64_t m_last = 0;
+};
+
+// The link speed of an interface in bits per second, 0 if the system does not say.
+uint64_t LinkSpeedOf(const std::string& interface) {
+  std::ifstream in("/sys/class/net/" + interface + "/speed");
+  long long mbits = 0;
+  if (!(in >> mbits) || mbits <= 0) return 0;
+  return static_cast<uint64_t>(mbits) * 1000000ull;
+}
+
+int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const LiveOptions* live) {
+  Analysis analysis;
+  analysis.EnableTiming(output.timing);
+  std::string error;
+  if (!analysis.Start(source.LinkType(), live ? LinkSpeedOf(live->interface) : 0, &error)) {
+    Fail(error);
+    return 1;
+  }
+  info.linkType = static_cast<uint32_t>(source.LinkType());
+  info.linkTypeName = source.LinkTypeName();
+  if (!analysis.Decoder().Known())
+    info.warnings.push_back("link type " + info.linkTypeName + " (" + std::to_string(info.linkType) +
+                            ") is not decoded: its frames count in totals, sizes, history and errors, without "
+                            "addresses or protocols");
+
+  std::unique_ptr<StopOnSignal> signals;
+  if (live) signals = std::make_unique<StopOnSignal>(&source);
+  uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
+  bool dataError = false;
+  {
+    Progress progress(source);
+    CaptureFrame frame{};
+    for (;;) {
+      uint64_t t0 = output.timing ? MonotonicNs() : 0;
+      ReadResult r = source.Next(&frame);
+      if (output.timing) analysis.AddReadTime(MonotonicNs() - t0);
+      if (r == ReadResult::kFrame) {
+        analysis.Feed(frame);
+        progress.Tick(analysis.Facts().frames);
+        if (live && live->count && analysis.Facts().frames >= live->count) break;
+      } else if (r == ReadResult::kTimeout) {
+        analysis.Idle(Now());
+      } else if (r == ReadResult::kEnd) {
+        break;
+      } else {
+        std::string where = "packet " + std::to_string(analysis.Facts().frames + 1);
+        info.warnings.push_back("reading stopped at " + where + ": " + source.Error() +
+                                "; the statistics cover the packets before it");
+        dataError = true;
+        break;
+      }
+      if (g_stop || (deadline && MonotonicNs() >= deadline)) break;
+    }
+  }
+  signals.reset();
+  analysis.Finish();
+
+  for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
+  if (!output.exportDirectory.empty() && !ExportAll(analysis, output.exportDirectory, &error)) {
+    Fail(error);
+    return 1;
+  }
+  if (output.json)
+    std::printf("%s\n", BuildJson(analysis, info).dump(2).c_str());
+  else
+    PrintReport(stdout, analysis, info, output.top);
+  std::fflush(stdout);
+  if (output.timing) {
+    const RunFacts& f = analysis.Facts();
+    double frames = f.frames ? double(f.frames) : 1.0;
+    std::fprintf(stderr,
+                 "timing: %llu frames; read %.3f s (%.0f ns/frame), decode %.3f s (%.0f ns/frame), engine %.3f s "
+                 "(%.0f ns/frame)\n",
+                 static_cast<unsigned long long>(f.frames), f.readNs / 1e9, f.readNs / frames, f.decodeNs / 1e9,
+                 f.decodeNs / frames, f.engineNs / 1e9, f.engineNs / frames);
+  }
+  return dataError ? 1 : 0;
+}
+
+}  // namespace
+
+int AnalyzeCommand(const std::string& path, const OutputOptions& output) {
+  std::string error;
+  std::unique_ptr<CaptureSource> source = CaptureSource::OpenFile(path, &error);
+  if (!source) {
+    Fail(error);
+    return 1;
+  }
+  CaptureInfo info;
+  info.file = path;
+  return Run(*source, info, output, nullptr);
+}
+
+int CaptureCommand(const LiveOptions& live, const OutputOptions& output) {
+  std::string error;
+  std::unique_ptr<CaptureSource> source = CaptureSource::OpenLive(live.interface, &error);
+  if (!source) {
+    Fail(error);
+    return 1;
+  }
+  CaptureInfo info;
+  info.file = live.interface;
+  info.live = true;
+  return Run(*source, info, output, &live);
+}
+
+int GenerateCommand(const std::string& path, const GeneratorOptions& options) {
+  std::string error;
+  if (!Generate(path, options, nullptr, &error)) {
+    Fail(error);
+    return 1;
+  }
+  std::fprintf(stderr, "zemostats: wrote %llu packets of %u hosts over %u s to %s\n",
+               static_cast<unsigned long long>(options.packets), options.hosts, options.seconds, path.c_str());
+  return 0;
+}
+
+}  // namespace zemo::cli

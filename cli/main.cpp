@@ -1,0 +1,58 @@
+// zemostats: capture statistics from pcap and pcapng files and live interfaces.
+#include <CLI/CLI.hpp>
+
+#include "cli/commands.h"
+
+namespace {
+
+void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
+  command->add_flag("--json", output.json, "Print one JSON document instead of the report");
+  command->add_option("--export", output.exportDirectory, "Write each statistic's text export into DIR")
+      ->option_text("DIR");
+  command->add_option("--top", output.top, "Rows in each top list of the report (default 10)")
+      ->check(CLI::PositiveNumber)
+      ->option_text("N");
+  command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"zemostats: statistics of network packet captures"};
+  app.require_subcommand(1);
+
+  zemo::cli::OutputOptions output;
+  std::string capturePath;
+  CLI::App* analyze = app.add_subcommand("analyze", "Analyze a pcap or pcapng file ('-' reads standard input)");
+  analyze->add_option("CAPTURE", capturePath, "The capture file, or - for standard input")->required();
+  AddOutputOptions(analyze, output);
+
+  zemo::cli::LiveOptions live;
+  CLI::App* capture = app.add_subcommand("capture", "Capture live from an interface until a limit or Ctrl-C");
+  capture->add_option("-i,--interface", live.interface, "The interface to capture on")->required()->option_text("IFACE");
+  capture->add_option("-c,--count", live.count, "Stop after COUNT packets")->check(CLI::PositiveNumber)->option_text("COUNT");
+  capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds")
+      ->check(CLI::PositiveNumber)
+      ->option_text("SECONDS");
+  AddOutputOptions(capture, output);
+
+  zemo::cli::GeneratorOptions generator;
+  std::string outPath;
+  CLI::App* generate = app.add_subcommand("generate", "Write a deterministic synthetic capture");
+  generate->add_option("OUT", outPath, "The pcap file to write")->required();
+  generate->add_option("--packets", generator.packets, "Packets to write (default 60000)")->check(CLI::PositiveNumber);
+  generate->add_option("--hosts", generator.hosts, "Hosts on the segment (default 300)")->check(CLI::Range(4, 16777215));
+  generate->add_option("--seconds", generator.seconds, "Seconds of traffic (default 60)")->check(CLI::PositiveNumber);
+  generate->add_option("--seed", generator.seed, "Seed of the traffic pattern (default 1)");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    int code = app.exit(e);
+    // Help is a success; every other parse failure is a usage error.
+    return code == 0 ? 0 : 2;
+  }
+  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output);
+  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output);
+  return zemo::cli::GenerateCommand(outPath, generator);
+}

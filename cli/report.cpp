@@ -1,0 +1,427 @@
+#include "cli/report.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <numeric>
+
+#include "frame/persist_interfaces.h"
+#include "platform/clock.h"
+#include "platform/strings.h"
+
+namespace zemo::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Totals {
+  uint64_t packets = 0, bytes = 0;
+  ZemoTime start = 0, stop = 0;
+  uint64_t duration = 0;  // nanoseconds
+};
+
+Totals ReadTotals(const Analysis& analysis) {
+  Totals t;
+  IZemoStatsContext* c = analysis.Context();
+  if (!c) return t;
+  c->GetTotalPackets(&t.packets);
+  c->GetTotalBytes(&t.bytes);
+  // Without packets the context has no capture time of its own.
+  if (t.packets) {
+    c->GetStartDateTime(&t.start);
+    c->GetStopDateTime(&t.stop);
+    t.duration = t.stop > t.start ? t.stop - t.start : 0;
+  }
+  return t;
+}
+
+const StatisticEntry* Find(const Analysis& analysis, std::string_view name) {
+  for (const StatisticEntry& s : analysis.Statistics())
+    if (s.selectName == name) return &s;
+  return nullptr;
+}
+
+uint64_t CellU64(const VARIANT& cell) {
+  switch (cell.vt) {
+    case VT_UI8: return cell.ullVal;
+    case VT_I8: return cell.llVal < 0 ? 0 : static_cast<uint64_t>(cell.llVal);
+    case VT_UI4: case VT_UINT: return cell.ulVal;
+    case VT_I4: case VT_INT: return cell.lVal < 0 ? 0 : static_cast<uint64_t>(cell.lVal);
+    case VT_UI2: return cell.uiVal;
+    case VT_UI1: return cell.bVal;
+    case VT_R8: return cell.dblVal < 0 ? 0 : static_cast<uint64_t>(cell.dblVal);
+    default: return 0;
+  }
+}
+
+// Sum of the named columns of a row; absent columns count 0.
+uint64_t RowWeight(const TableData& t, const std::vector<CVariant>& row, std::initializer_list<const char*> names) {
+  uint64_t sum = 0;
+  for (const char* n : names) {
+    int i = t.Column(n);
+    if (i >= 0 && size_t(i) < row.size()) sum += CellU64(row[i]);
+  }
+  return sum;
+}
+
+// Six groups of two hexadecimal digits: a physical address as MediaUtils writes it.
+bool IsPhysicalText(std::string_view s) {
+  if (s.size() != 17) return false;
+  for (size_t i = 0; i < s.size(); ++i)
+    if (i % 3 == 2 ? s[i] != ':' : !std::isxdigit(static_cast<unsigned char>(s[i]))) return false;
+  return true;
+}
+
+std::string Fixed(double v, int decimals) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.*f", decimals, v);
+  return buf;
+}
+
+std::string Bits(double bitsPerSecond) {
+  if (bitsPerSecond >= 1e9) return Fixed(bitsPerSecond / 1e9, 2) + " Gbit/s";
+  if (bitsPerSecond >= 1e6) return Fixed(bitsPerSecond / 1e6, 2) + " Mbit/s";
+  if (bitsPerSecond >= 1e3) return Fixed(bitsPerSecond / 1e3, 2) + " kbit/s";
+  return Fixed(bitsPerSecond, 0) + " bit/s";
+}
+
+// A table printed in aligned columns: numbers to the right, text to the left.
+void PrintTable(std::FILE* out, const std::vector<std::string>& heads, const std::vector<std::vector<std::string>>& rows,
+                const std::vector<bool>& numeric) {
+  std::vector<size_t> width(heads.size());
+  for (size_t c = 0; c < heads.size(); ++c) width[c] = heads[c].size();
+  for (const auto& row : rows)
+    for (size_t c = 0; c < row.size() && c < width.size(); ++c) width[c] = std::max(width[c], row[c].size());
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string s = " ";
+    for (size_t c = 0; c < heads.size(); ++c) {
+      const std::string& v = c < cells.size() ? cells[c] : std::string();
+      std::string pad(width[c] - std::min(width[c], v.size()), ' ');
+      s += ' ';
+      s += numeric[c] ? pad + v : v + pad;
+      s += ' ';
+    }
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    std::fprintf(out, "%s\n", s.c_str());
+  };
+  line(heads);
+  for (const auto& row : rows) line(row);
+}
+
+bool IsNumber(VARTYPE vt) {
+  switch (vt) {
+    case VT_I2: case VT_I4: case VT_R4: case VT_R8: case VT_I1: case VT_UI1: case VT_UI2: case VT_UI4:
+    case VT_I8: case VT_UI8: case VT_INT: case VT_UINT: return true;
+    default: return false;
+  }
+}
+
+// The rows of a table ordered by weight, heaviest first, at most top of them.
+std::vector<size_t> Heaviest(const TableData& t, std::initializer_list<const char*> weight, size_t top,
+                             bool (*keep)(const TableData&, const std::vector<CVariant>&) = nullptr) {
+  std::vector<size_t> order;
+  for (size_t i = 0; i < t.rows.size(); ++i)
+    if (!keep || keep(t, t.rows[i])) order.push_back(i);
+  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    return RowWeight(t, t.rows[a], weight) > RowWeight(t, t.rows[b], weight);
+  });
+  if (order.size() > top) order.resize(top);
+  return order;
+}
+
+// Prints chosen columns of chosen rows.
+void PrintRows(std::FILE* out, const TableData& t, const std::vector<size_t>& rows,
+               const std::vector<std::pair<const char*, const char*>>& columns) {
+  std::vector<std::string> heads;
+  std::vector<int> index;
+  std::vector<bool> numeric;
+  for (const auto& [name, head] : columns) {
+    int i = t.Column(name);
+    if (i < 0) continue;
+    index.push_back(i);
+    heads.push_back(head);
+    numeric.push_back(false);
+  }
+  std::vector<std::vector<std::string>> cells;
+  for (size_t r : rows) {
+    std::vector<std::string> line;
+    for (size_t c = 0; c < index.size(); ++c) {
+      const VARIANT& v = t.rows[r][index[c]];
+      line.push_back(CellText(v));
+      if (IsNumber(v.vt)) numeric[c] = true;
+    }
+    cells.push_back(std::move(line));
+  }
+  PrintTable(out, heads, cells, numeric);
+}
+
+// A table of other statistics: whole when it is short, else its first rows.
+void PrintGeneric(std::FILE* out, const TableData& t, size_t top) {
+  constexpr size_t kShort = 50;
+  if (t.rows.size() <= kShort) top = kShort;
+  std::vector<size_t> rows(std::min(top, t.rows.size()));
+  std::iota(rows.begin(), rows.end(), 0);
+  std::vector<std::pair<const char*, const char*>> columns;
+  for (const std::string& c : t.columns) columns.emplace_back(c.c_str(), c.c_str());
+  PrintRows(out, t, rows, columns);
+  if (t.rows.size() > top) {
+    size_t more = t.rows.size() - top;
+    std::fprintf(out, "  ... %zu more row%s\n", more, more == 1 ? "" : "s");
+  }
+}
+
+bool IsPhysicalRow(const TableData& t, const std::vector<CVariant>& row) {
+  int i = t.Column("Node");
+  return i >= 0 && IsPhysicalText(CellText(row[i]));
+}
+bool IsLogicalRow(const TableData& t, const std::vector<CVariant>& row) { return !IsPhysicalRow(t, row); }
+
+void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& info) {
+  Totals t = ReadTotals(analysis);
+  const RunFacts& f = analysis.Facts();
+  auto row = [&](const char* name, const std::string& value) { std::fprintf(out, "  %-14s %s\n", name, value.c_str()); };
+  std::fprintf(out, "Capture\n");
+  row(info.live ? "Interface" : "File", info.file == "-" ? "standard input" : info.file);
+  row("Link type", info.linkTypeName + " (" + std::to_string(info.linkType) + ")" +
+                       (analysis.Decoder().Known() ? "" : ", not decoded"));
+  row("Medium", MediumName(analysis.Medium()));
+  row("Packets", std::to_string(t.packets));
+  row("Bytes", std::to_string(t.bytes));
+  if (t.packets) {
+    row("Start", IsoTime(t.start));
+    row("Stop", IsoTime(t.stop));
+    row("Duration", Fixed(t.duration / 1e9, 3) + " s");
+    double seconds = t.duration / 1e9;
+    if (seconds > 0)
+      row("Average rate", Fixed(t.packets / seconds, 1) + " packets/s, " + Bits(t.bytes * 8.0 / seconds));
+    row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + Bits(f.peakBytes * 8.0) + " (busiest second)");
+  }
+}
+
+}  // namespace
+
+int TableData::Column(std::string_view name) const {
+  for (size_t i = 0; i < columns.size(); ++i)
+    if (columns[i] == name) return static_cast<int>(i);
+  return -1;
+}
+
+bool ReadTable(IZemoStats* stats, TableData* table) {
+  ComPtr<ISelectableObject> selectable;
+  if (!stats || FAILED(stats->QueryInterface(ISelectableObject::iid, selectable.OutVoid()))) return false;
+  ComPtr<IDataTable> data;
+  ComPtr<IDataColumns> columns;
+  ComPtr<IDataRows> rows;
+  if (FAILED(selectable->GetTable(data.ReleaseAndGetAddressOf())) || !data ||
+      FAILED(data->GetColumns(columns.ReleaseAndGetAddressOf())) ||
+      FAILED(data->GetRows(rows.ReleaseAndGetAddressOf())))
+    return false;
+  LONG columnCount = 0, rowCount = 0;
+  if (FAILED(columns->GetCount(&columnCount)) || FAILED(rows->GetCount(&rowCount))) return false;
+  table->columns.clear();
+  table->rows.clear();
+  for (LONG c = 0; c < columnCount; ++c) {
+    CBstr name;
+    columns->GetName(c, name.Out());
+    table->columns.push_back(name.Utf8());
+  }
+  table->rows.reserve(static_cast<size_t>(std::max<LONG>(rowCount, 0)));
+  for (LONG r = 0; r < rowCount; ++r) {
+    ComPtr<IDataRow> row;
+    if (FAILED(rows->GetRow(r, row.ReleaseAndGetAddressOf()))) return false;
+    std::vector<CVariant> cells(static_cast<size_t>(columnCount));
+    if (columnCount && FAILED(row->GetValues(columnCount, cells.data()))) return false;
+    table->rows.push_back(std::move(cells));
+  }
+  return true;
+}
+
+std::string CellText(const VARIANT& cell) {
+  switch (cell.vt) {
+    case VT_BSTR: return cell.bstrVal ? ToUtf8(std::u16string_view(cell.bstrVal, SysStringLen(cell.bstrVal))) : "";
+    case VT_BOOL: return cell.boolVal ? "true" : "false";
+    case VT_R4: return Fixed(cell.fltVal, 3);
+    case VT_R8: return Fixed(cell.dblVal, 3);
+    case VT_I1: return std::to_string(cell.cVal);
+    case VT_I2: return std::to_string(cell.iVal);
+    case VT_I4: case VT_INT: return std::to_string(cell.lVal);
+    case VT_I8: return std::to_string(cell.llVal);
+    case VT_UI1: return std::to_string(cell.bVal);
+    case VT_UI2: return std::to_string(cell.uiVal);
+    case VT_UI4: case VT_UINT: return std::to_string(cell.ulVal);
+    case VT_UI8: return std::to_string(cell.ullVal);
+    default: return "";
+  }
+}
+
+Json CellJson(const VARIANT& cell) {
+  switch (cell.vt) {
+    case VT_BOOL: return cell.boolVal != 0;
+    case VT_R4: return cell.fltVal;
+    case VT_R8: return cell.dblVal;
+    case VT_I1: return cell.cVal;
+    case VT_I2: return cell.iVal;
+    case VT_I4: case VT_INT: return cell.lVal;
+    case VT_I8: return cell.llVal;
+    case VT_UI1: return cell.bVal;
+    case VT_UI2: return cell.uiVal;
+    case VT_UI4: case VT_UINT: return cell.ulVal;
+    case VT_UI8: return cell.ullVal;
+    case VT_BSTR: return CellText(cell);
+    default: return nullptr;
+  }
+}
+
+std::string IsoTime(ZemoTime time) {
+  if (time < kUnixEpochAsZemoTime) return "";
+  uint64_t ns = time - kUnixEpochAsZemoTime;
+  time_t seconds = static_cast<time_t>(ns / 1000000000ull);
+  std::tm tm{};
+  gmtime_r(&seconds, &tm);
+  char buf[64];
+  size_t n = std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%S", &tm);
+  std::snprintf(buf + n, sizeof buf - n, ".%09lluZ", static_cast<unsigned long long>(ns % 1000000000ull));
+  return buf;
+}
+
+std::string MediumName(const LinkMedium& medium) {
+  std::string numbers = "media type " + std::to_string(medium.type) + ", subtype " + std::to_string(medium.subType);
+  if (medium.type == 0 && medium.subType == 0) return "802.3 (" + numbers + ")";
+  if (medium.type == 0 && medium.subType == 3) return "802.11 (" + numbers + ")";
+  return numbers;
+}
+
+Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
+  Totals t = ReadTotals(analysis);
+  const RunFacts& f = analysis.Facts();
+  Json capture;
+  capture["file"] = info.file;
+  capture["live"] = info.live;
+  capture["link_type"] = info.linkTypeName;
+  capture["link_type_number"] = info.linkType;
+  capture["decoded"] = analysis.Decoder().Known();
+  capture["media_type"] = analysis.Medium().type;
+  capture["media_subtype"] = analysis.Medium().subType;
+  capture["packets"] = t.packets;
+  capture["bytes"] = t.bytes;
+  capture["start"] = t.packets ? Json(IsoTime(t.start)) : Json(nullptr);
+  capture["stop"] = t.packets ? Json(IsoTime(t.stop)) : Json(nullptr);
+  capture["duration_ns"] = t.duration;
+  double seconds = t.duration / 1e9;
+  capture["average_packets_per_second"] = seconds > 0 ? t.packets / seconds : 0.0;
+  capture["average_bits_per_second"] = seconds > 0 ? t.bytes * 8.0 / seconds : 0.0;
+  capture["peak_packets_per_second"] = f.peakPackets;
+  capture["peak_bits_per_second"] = f.peakBytes * 8;
+  Json statistics = Json::object();
+  for (const StatisticEntry& s : analysis.Statistics()) {
+    TableData table;
+    if (!s.selectable || !ReadTable(s.stats.Get(), &table)) continue;
+    Json rows = Json::array();
+    for (const auto& row : table.rows) {
+      Json cells = Json::array();
+      for (const CVariant& cell : row) cells.push_back(CellJson(cell));
+      rows.push_back(std::move(cells));
+    }
+    statistics[s.selectName] = Json{{"columns", table.columns}, {"rows", std::move(rows)}};
+  }
+  Json doc;
+  doc["capture"] = std::move(capture);
+  doc["statistics"] = std::move(statistics);
+  doc["warnings"] = info.warnings;
+  return doc;
+}
+
+void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top) {
+  PrintCapture(out, analysis, info);
+  std::vector<std::string> shown;
+  auto section = [&](const char* name, const std::string& title, auto&& body) {
+    const StatisticEntry* s = Find(analysis, name);
+    TableData t;
+    if (!s || !ReadTable(s->stats.Get(), &t)) return;
+    shown.push_back(name);
+    std::fprintf(out, "\n%s\n", title.c_str());
+    body(t);
+  };
+  std::string n = std::to_string(top);
+
+  section("sizestats", "Size distribution", [&](const TableData& t) {
+    uint64_t all = 0;
+    for (const auto& row : t.rows) all += RowWeight(t, row, {"Value"});
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& row : t.rows) {
+      uint64_t v = RowWeight(t, row, {"Value"});
+      double share = all ? 100.0 * v / all : 0;
+      int label = t.Column("Stat");
+      rows.push_back({label >= 0 ? CellText(row[label]) : "", std::to_string(v), Fixed(share, 1) + "%",
+                      std::string(static_cast<size_t>(share / 2.5 + 0.5), '#')});
+    }
+    PrintTable(out, {"Size", "Packets", "Share", ""}, rows, {false, true, true, false});
+  });
+  section("errorstats", "Errors", [&](const TableData& t) {
+    if (t.rows.empty()) std::fprintf(out, "  (no error counters on this medium)\n");
+    std::vector<size_t> all(t.rows.size());
+    std::iota(all.begin(), all.end(), 0);
+    if (!all.empty()) PrintRows(out, t, all, {{"Stat", "Kind"}, {"Value", "Packets"}});
+  });
+  const std::vector<std::pair<const char*, const char*>> nodeColumns = {
+      {"Node", "Node"},           {"PacketsSent", "Packets sent"}, {"PacketsReceived", "Packets received"},
+      {"BytesSent", "Bytes sent"}, {"BytesReceived", "Bytes received"}};
+  section("nodestats", "Top " + n + " physical nodes", [&](const TableData& t) {
+    PrintRows(out, t, Heaviest(t, {"BytesSent", "BytesReceived"}, top, IsPhysicalRow), nodeColumns);
+    std::fprintf(out, "\nTop %s logical nodes\n", n.c_str());
+    PrintRows(out, t, Heaviest(t, {"BytesSent", "BytesReceived"}, top, IsLogicalRow), nodeColumns);
+  });
+  section("protocolstats", "Top " + n + " protocols", [&](const TableData& t) {
+    PrintRows(out, t, Heaviest(t, {"Bytes"}, top), {{"Protocol", "Protocol"}, {"Packets", "Packets"}, {"Bytes", "Bytes"}});
+  });
+  section("conversationstats", "Top " + n + " conversations", [&](const TableData& t) {
+    PrintRows(out, t, Heaviest(t, {"Bytes"}, top),
+              {{"Source", "Source"}, {"Dest", "Destination"}, {"Protocol", "Protocol"}, {"Packets", "Packets"},
+               {"Bytes", "Bytes"}});
+  });
+  // Every other statistic with a table, as it gives it.
+  for (const StatisticEntry& s : analysis.Statistics()) {
+    if (!s.selectable || std::find(shown.begin(), shown.end(), s.selectName) != shown.end()) continue;
+    TableData t;
+    if (!ReadTable(s.stats.Get(), &t)) continue;
+    std::fprintf(out, "\n%s (%s)\n", ToUtf8(s.className).c_str(), s.selectName.c_str());
+    PrintGeneric(out, t, top);
+  }
+  if (analysis.Statistics().empty()) std::fprintf(out, "\n(this build of the module serves no statistics yet)\n");
+  if (!info.warnings.empty()) {
+    std::fprintf(out, "\nWarnings\n");
+    for (const std::string& w : info.warnings) std::fprintf(out, "  %s\n", w.c_str());
+  }
+}
+
+bool ExportAll(const Analysis& analysis, const std::string& directory, std::string* error) {
+  if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
+    *error = directory + ": " + std::strerror(errno);
+    return false;
+  }
+  struct stat st {};
+  if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+    *error = directory + ": not a directory";
+    return false;
+  }
+  std::vector<std::string> written;
+  for (const StatisticEntry& s : analysis.Statistics()) {
+    ComPtr<IPersistFile> file;
+    if (FAILED(s.stats.As(&file))) continue;
+    std::string path = directory + "/" + s.selectName + ".txt";
+    HRESULT hr = file->Save(FromUtf8(path).c_str(), FALSE);
+    if (FAILED(hr)) {
+      *error = path + ": the export failed (" + HrText(hr) + ")";
+      for (const std::string& w : written) unlink(w.c_str());
+      return false;
+    }
+    written.push_back(path);
+  }
+  return true;
+}
+
+}  // namespace zemo::cli

@@ -1,0 +1,83 @@
+// FrameDecoder: turns one captured frame into the host's Packet.
+//
+// One small analyzer per protocol (link, network, transport), each checking
+// its bounds before every read and handing what follows to the next one. A
+// malformed frame is decoded as far as it is valid: what was found up to the
+// fault stays in the packet, and a header that claims more bytes than the
+// wire carried marks the packet with a frame error. Decoding allocates
+// nothing: the packet refers to the frame's bytes and has fixed room for
+// its layers.
+//
+// What the packet gets:
+// - wire and capture length, time stamp;
+// - physical source and destination (Ethernet MAC, type 10; 802.11 MAC,
+//   type 13) and, on 802.11, BSSID, receiver and transmitter;
+// - logical source and destination from the outermost IPv4, IPv6 or ARP;
+// - the innermost protocol found, as identifier and as type-9 spec, and one
+//   layer report per protocol, outermost first;
+// - broadcast and multicast from the link destination (from the IP
+//   destination when the link has no addresses);
+// - on 802.11: radio readings from radiotap or prism, frame kind, packet
+//   class (1 management, 2 control, 3 data), flag 0x4 for a protected frame,
+//   and a CRC error for a frame radiotap marks with a bad FCS.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/packet.h"
+
+namespace zemo {
+
+// Link types by their libpcap DLT number.
+namespace link {
+inline constexpr uint32_t kNull = 0;          // BSD loopback, family in the writer's byte order
+inline constexpr uint32_t kEthernet = 1;
+inline constexpr uint32_t kRaw = 12;          // raw IP (Linux and most systems)
+inline constexpr uint32_t kRawOpenBsd = 14;
+inline constexpr uint32_t kRawLinkType = 101; // LINKTYPE_RAW as some files carry it
+inline constexpr uint32_t kIeee80211 = 105;
+inline constexpr uint32_t kLoop = 108;        // OpenBSD loopback, family in network byte order
+inline constexpr uint32_t kLinuxSll = 113;
+inline constexpr uint32_t kPrism = 119;
+inline constexpr uint32_t kRadiotap = 127;
+inline constexpr uint32_t kIpv4 = 228;
+inline constexpr uint32_t kIpv6 = 229;
+inline constexpr uint32_t kLinuxSll2 = 276;
+}  // namespace link
+
+// The medium the statistics are told for a capture of a link type. One table
+// decides it:
+//
+//   Ethernet, Linux cooked (v1, v2), raw IP, BSD loopback,
+//   and every link type the decoder does not know ....... media type 0, subtype 0 (802.3)
+//   802.11, with or without radiotap or prism ........... media type 0, subtype 3 (802.11)
+//
+// Unknown link types get the 802.3 medium so that totals, sizes, history and
+// errors still count.
+struct LinkMedium {
+  ULONG type;
+  ULONG subType;
+};
+LinkMedium MediumOfLinkType(uint32_t linkType) noexcept;
+
+// True for the link types the decoder has an analyzer for.
+bool IsKnownLinkType(uint32_t linkType) noexcept;
+
+class FrameDecoder {
+ public:
+  explicit FrameDecoder(uint32_t linkType) noexcept : m_linkType(linkType) {}
+
+  uint32_t LinkType() const noexcept { return m_linkType; }
+  bool Known() const noexcept { return IsKnownLinkType(m_linkType); }
+
+  // Clears the packet and fills it from the frame. data holds captureLength
+  // bytes and must outlive the packet's use. A frame of an unknown link
+  // type gets lengths and time only.
+  void Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
+              ZemoTime time) const noexcept;
+
+ private:
+  uint32_t m_linkType;
+};
+
+}  // namespace zemo

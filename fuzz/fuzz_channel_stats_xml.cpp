@@ -1,0 +1,8 @@
+// Arbitrary bytes as the UTF-8 text of a document holding a ChannelStats.
+#include "frame/clsids.h"
+#include "fuzz_statistic.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  zemo::fuzz::FuzzXmlLoad(CLSID_ChannelStats, data, size);
+  return 0;
+}

@@ -1,0 +1,33 @@
+// Arbitrary bytes as the binary stream of a SizeStats: the first byte picks
+// the medium its set comes from, the rest is the stream. A row longer than
+// the set must be refused; whatever loads saves as the set's row, led by the
+// loaded values, and loads again to the same bytes.
+#include "frame/clsids.h"
+#include "fuzz_counter_stats.h"
+#include "network/size_stats.h"
+
+#include <cstring>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace zemo;
+  using namespace zemo::fuzz;
+  if (size < 1) return 0;
+  auto context = MediumContext(data[0]);
+  auto stats = AddedTo<SizeStats>(context);
+  LONG buckets = 0;
+  Require(stats->GetBucketCount(&buckets) == S_OK);
+  std::span<const uint8_t> stream(data + 1, size - 1);
+  HRESULT hr = LoadStream(stats.Get(), stream);
+  Require(hr == S_OK || hr == E_FAIL);
+  if (FAILED(hr)) return 0;
+  ULONG n = 0;
+  std::memcpy(&n, stream.data(), sizeof n);
+  Require(n <= static_cast<ULONG>(buckets));
+  std::vector<uint8_t> saved = SavedBytes(stats->GetUnknown());
+  Require(saved.size() == 4 + 8 * static_cast<size_t>(buckets));
+  Require(std::equal(saved.begin() + 4, saved.begin() + 4 + 8 * n, stream.begin() + 4));
+  auto again = AddedTo<SizeStats>(context);
+  Require(LoadStream(again.Get(), saved) == S_OK);
+  Require(SavedBytes(again->GetUnknown()) == saved);
+  return 0;
+}

@@ -1,0 +1,79 @@
+// Small pieces the table statistics share beyond their record table: the
+// readable text of an entity for result tables, and the document element of
+// a tracker description.
+#pragma once
+
+#include "frame/engine_interfaces.h"
+#include "frame/packet.h"
+#include "identity/identity_interfaces.h"
+#include "platform/class_store.h"
+#include "platform/variant.h"
+#include "platform/xml_dom.h"
+
+namespace zemo {
+
+// Entity identifiers as text, through the EntityTable and
+// ZemoCore.MediaUtils; created once per result table.
+class CEntityText {
+ public:
+  explicit CEntityText(IEntityTable* entities) : m_entities(entities) {
+    CLSID clsid;
+    CheckHr(CLSIDFromProgID(kProgIdMediaUtils, &clsid));
+    CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IMediaUtils::iid, m_media.OutVoid()));
+  }
+
+  // The entity's spec as text; an identifier the table does not know, or a
+  // spec without a text form, gives an empty variant.
+  CVariant Of(ULONG entity) const {
+    CVariant name;
+    MediaSpec spec{};
+    CBstr text;
+    if (m_entities && SUCCEEDED(m_entities->GetEntity(entity, &spec, nullptr)) &&
+        SUCCEEDED(m_media->SpecToString(&spec, text.Out())))
+      name = CVariant::Str(text.View());
+    return name;
+  }
+
+ private:
+  IEntityTable* m_entities;  // the statistic's, held by it
+  ComPtr<IMediaUtils> m_media;
+};
+
+// The document element of a tracker's description: a VT_UNKNOWN or
+// VT_DISPATCH holding an XML document. Anything else is E_INVALIDARG, a
+// document without an element E_FAIL.
+inline HRESULT TrackerDescriptionRoot(const VARIANT& description, ComPtr<IXMLDOMElement>* root) {
+  IUnknown* object = description.vt == VT_UNKNOWN    ? description.punkVal
+                     : description.vt == VT_DISPATCH ? description.pdispVal
+                                                     : nullptr;
+  if (!object) return E_INVALIDARG;
+  ComPtr<IXMLDOMDocument> document;
+  CheckHr(QueryTo(object, &document));
+  if (CheckHr(document->get_documentElement(root->ReleaseAndGetAddressOf())) != S_OK || !*root) return E_FAIL;
+  return S_OK;
+}
+
+// What every table statistic reads of a packet first: its addresses, time
+// and wire length. S_FALSE for a wireless packet with an error, which no
+// table counts; failures raise.
+struct PacketBasics {
+  ComPtr<IPacketAddresses> addresses;
+  ZemoTime time = 0;
+  USHORT length = 0;
+  BOOL wireless = FALSE;
+};
+
+inline HRESULT ReadPacketBasics(IPacket* packet, PacketBasics& out) {
+  CheckHr(QueryTo(packet, &out.addresses));
+  CheckHr(packet->GetTimeStamp(&out.time));
+  CheckHr(packet->GetPacketLength(&out.length));
+  CheckHr(packet->IsWireless(&out.wireless));
+  if (out.wireless) {
+    BOOL error = FALSE;
+    CheckHr(packet->IsError(&error));
+    if (error) return S_FALSE;
+  }
+  return S_OK;
+}
+
+}  // namespace zemo

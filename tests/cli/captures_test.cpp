@@ -1,0 +1,210 @@
+// Real captures and a live interface through the zemostats program.
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/capture_source.h"
+#include "cli/cli_support.h"
+
+namespace {
+
+using nlohmann::json;
+using namespace zemo::testing_cli;
+namespace fs = std::filesystem;
+
+struct Truth {
+  bool opens = false;
+  uint64_t packets = 0;
+  uint64_t bytes = 0;
+  bool readError = false;
+};
+
+// What libpcap itself reads from the file. A packet's length reaches the
+// engine as 16 bits, so longer frames count as 65535 bytes.
+Truth ReadWithLibpcap(const std::string& path) {
+  Truth t;
+  std::string error;
+  auto source = zemo::cli::CaptureSource::OpenFile(path, &error);
+  if (!source) return t;
+  t.opens = true;
+  zemo::cli::CaptureFrame frame{};
+  for (;;) {
+    zemo::cli::ReadResult r = source->Next(&frame);
+    if (r != zemo::cli::ReadResult::kFrame) {
+      t.readError = r == zemo::cli::ReadResult::kError;
+      break;
+    }
+    ++t.packets;
+    t.bytes += std::min<uint32_t>(frame.wireLength, 0xFFFF);
+  }
+  return t;
+}
+
+// One capture through `zemostats analyze --json`; empty when all is well,
+// else what went wrong.
+std::string CheckCapture(const std::string& path, bool leakCheck) {
+  Truth truth = ReadWithLibpcap(path);
+  // The leak check at exit is most of an instrumented run's time: every
+  // tenth capture has it, to keep the whole run short.
+  const char* inherited = std::getenv("ASAN_OPTIONS");
+  std::string noLeakCheck = "ASAN_OPTIONS=" + std::string(inherited ? inherited : "") + ":detect_leaks=0";
+  RunResult r = RunZemostats({"analyze", "--json", path}, "", leakCheck ? "" : noLeakCheck);
+  for (const char* report : {"runtime error", "AddressSanitizer", "LeakSanitizer", "UndefinedBehavior"})
+    if (r.err.find(report) != std::string::npos) return "sanitizer report: " + r.err;
+  if (!truth.opens) {
+    if (r.exitCode != 1 || r.err.find(path) == std::string::npos) return "an unreadable file must fail with its name";
+    return "";
+  }
+  int wanted = truth.readError ? 1 : 0;
+  if (r.exitCode != wanted) return "exit code " + std::to_string(r.exitCode) + ", wanted " + std::to_string(wanted) + ": " + r.err;
+  json doc = json::parse(r.out, nullptr, false);
+  if (doc.is_discarded()) return "no JSON document";
+  uint64_t packets = doc["capture"]["packets"].get<uint64_t>(), bytes = doc["capture"]["bytes"].get<uint64_t>();
+  if (packets != truth.packets || bytes != truth.bytes)
+    return "totals " + std::to_string(packets) + " packets, " + std::to_string(bytes) + " bytes; libpcap reads " +
+           std::to_string(truth.packets) + ", " + std::to_string(truth.bytes);
+  if (truth.readError && doc["warnings"].empty()) return "a read error without a warning";
+  return "";
+}
+
+TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
+  fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
+  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: no third-party captures to run";
+  std::vector<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(root))
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path().string());
+  std::sort(files.begin(), files.end());
+  ASSERT_FALSE(files.empty());
+
+  // Two at a time: most of the time is the start of an instrumented program.
+  std::atomic<size_t> next{0};
+  std::mutex lock;
+  std::vector<std::string> failures;
+  auto worker = [&] {
+    for (size_t i; (i = next++) < files.size();) {
+      std::string problem = CheckCapture(files[i], i % 10 == 0);
+      if (!problem.empty()) {
+        std::lock_guard<std::mutex> hold(lock);
+        failures.push_back(files[i] + ": " + problem);
+      }
+    }
+  };
+  std::thread a(worker), b(worker);
+  a.join();
+  b.join();
+  for (const std::string& f : failures) ADD_FAILURE() << f;
+  EXPECT_TRUE(failures.empty()) << failures.size() << " of " << files.size() << " captures";
+}
+
+// A network namespace with a veth pair: one end stays here, the other in
+// the namespace with an address to send to.
+class VethPair {
+ public:
+  VethPair() {
+    std::string id = std::to_string(getpid() % 100000);
+    m_namespace = "zst" + id;
+    m_here = "zsa" + id;
+    m_there = "zsb" + id;
+    // A subnet of this process's own, since other test runs may make pairs at the same time.
+    int pid = getpid();
+    std::string subnet = "10." + std::to_string(64 + (pid / 256) % 128) + "." + std::to_string(pid % 256) + ".";
+    m_far = subnet + "2";
+    m_ok = Sh("ip netns add " + m_namespace) && Sh("ip link add " + m_here + " type veth peer name " + m_there) &&
+           Sh("ip link set " + m_there + " netns " + m_namespace) && Sh("ip addr add " + subnet + "1/24 dev " + m_here) &&
+           Sh("ip link set " + m_here + " up") &&
+           Sh("ip netns exec " + m_namespace + " ip addr add " + m_far + "/24 dev " + m_there) &&
+           Sh("ip netns exec " + m_namespace + " ip link set " + m_there + " up");
+  }
+  ~VethPair() {
+    Sh("ip link del " + m_here);
+    Sh("ip netns del " + m_namespace);
+  }
+  bool Ok() const { return m_ok; }
+  const std::string& Here() const { return m_here; }
+  const std::string& Far() const { return m_far; }
+
+ private:
+  static bool Sh(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+  std::string m_namespace, m_here, m_there, m_far;
+  bool m_ok = false;
+};
+
+// Sends UDP datagrams to the far end until told to stop.
+void SendUntil(const std::string& address, const std::atomic<bool>& stop) {
+  int s = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(9);
+  inet_pton(AF_INET, address.c_str(), &to.sin_addr);
+  char payload[32] = "zemostats live test";
+  // At most a minute: a test that forgets to stop its sender still ends.
+  for (int i = 0; i < 3000 && !stop; ++i) {
+    sendto(s, payload, sizeof payload, 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  close(s);
+}
+
+TEST(ZemostatsLive, CapturesACountedNumberOfPacketsFromAVethPair) {
+  if (geteuid() != 0) GTEST_SKIP() << "a live capture in a network namespace needs root";
+  VethPair veth;
+  if (!veth.Ok()) GTEST_SKIP() << "this machine cannot make a network namespace with a veth pair";
+
+  std::atomic<bool> stop{false};
+  auto capture = std::async(std::launch::async, [&] {
+    return RunZemostats({"capture", "-i", veth.Here(), "-c", "25", "-G", "60", "--json"});
+  });
+  std::thread sender(SendUntil, veth.Far(), std::cref(stop));
+  RunResult r = capture.get();
+  stop = true;
+  sender.join();
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  json doc = json::parse(r.out);
+  EXPECT_EQ(25u, doc["capture"]["packets"].get<uint64_t>());
+  EXPECT_GE(doc["capture"]["bytes"].get<uint64_t>(), 25u * 42);
+  EXPECT_EQ("EN10MB", doc["capture"]["link_type"]);
+  EXPECT_TRUE(doc["capture"]["live"].get<bool>());
+}
+
+TEST(ZemostatsLive, StopsCleanlyOnInterruptAndAtItsTimeLimit) {
+  if (geteuid() != 0) GTEST_SKIP() << "a live capture in a network namespace needs root";
+  VethPair veth;
+  if (!veth.Ok()) GTEST_SKIP() << "this machine cannot make a network namespace with a veth pair";
+  ScratchDir dir;
+  std::atomic<bool> stop{false};
+  std::thread sender(SendUntil, veth.Far(), std::cref(stop));
+  // Interrupted after a second: still a whole report and success.
+  std::string out = dir.File("out.json"), rc = dir.File("rc");
+  // The program runs under timeout, so that a capture that ignored the
+  // interrupt cannot hold the test.
+  std::string script = std::string("timeout -s KILL 30 '") + ZEMO_CLI_PATH + "' capture -i " + veth.Here() +
+                       " --json >" + out + " 2>/dev/null & pid=$!; sleep 1.5; kill -INT $pid; wait $pid; echo $? >" + rc;
+  ASSERT_EQ(0, std::system(script.c_str()));
+  EXPECT_EQ("0\n", ReadFile(rc));
+  json doc = json::parse(ReadFile(out));
+  EXPECT_GT(doc["capture"]["packets"].get<uint64_t>(), 0u);
+
+  auto begin = std::chrono::steady_clock::now();
+  RunResult timed = RunZemostats({"capture", "-i", veth.Here(), "-G", "1", "--json"});
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  stop = true;
+  sender.join();
+  EXPECT_EQ(0, timed.exitCode) << timed.err;
+  EXPECT_LT(seconds, 10.0);
+  EXPECT_GT(json::parse(timed.out)["capture"]["packets"].get<uint64_t>(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+#include "cli/cli_support.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace zemo::testing_cli {
+namespace {
+
+std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+std::atomic<int> g_runs{0};
+
+}  // namespace
+
+ScratchDir::ScratchDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "zemostats-test-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  m_path = pattern;
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(m_path, ec);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+bool FileExists(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0;
+}
+
+RunResult RunZemostats(const std::vector<std::string>& args, const std::string& stdinFile,
+                       const std::string& environment) {
+  ScratchDir dir;
+  std::string command = (environment.empty() ? "" : "env " + Quote(environment) + " ") + Quote(ZEMO_CLI_PATH);
+  for (const std::string& a : args) command += " " + Quote(a);
+  std::string out = dir.File("out-" + std::to_string(g_runs++)), err = out + ".err";
+  command += " >" + Quote(out) + " 2>" + Quote(err);
+  if (!stdinFile.empty()) command += " <" + Quote(stdinFile);
+  int status = std::system(command.c_str());
+  RunResult r;
+  r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+  r.out = ReadFile(out);
+  r.err = ReadFile(err);
+  return r;
+}
+
+}  // namespace zemo::testing_cli

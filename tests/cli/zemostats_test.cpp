@@ -1,0 +1,353 @@
+// The zemostats program end to end: the generated sample against the
+// generator's own record, bad input, exports, and the decoder over the
+// sample frame by frame.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <set>
+#include <tuple>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/capture_source.h"
+#include "cli/cli_support.h"
+#include "cli/generator.h"
+#include "engine/frame_decoder.h"
+#include "engine/media_utils.h"
+#include "platform/clock.h"
+#include "platform/strings.h"
+
+namespace {
+
+using nlohmann::json;
+using zemo::cli::GeneratedFrame;
+using namespace zemo::testing_cli;
+
+std::string MacText(const std::array<uint8_t, 6>& m) {
+  char buf[18];
+  std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
+  return buf;
+}
+
+// The generator's addresses: 10.x.y.z, fd00::<host>, ff02::fb, 224.0.0.251, 255.255.255.255.
+std::string IpText(const GeneratedFrame& g, bool source) {
+  const auto& a = source ? g.sourceIp : g.destinationIp;
+  char buf[64];
+  if (g.kind != GeneratedFrame::kIpv6) {
+    std::snprintf(buf, sizeof buf, "%u.%u.%u.%u", a[0], a[1], a[2], a[3]);
+    return buf;
+  }
+  unsigned high = unsigned(a[12]) << 8 | a[13], low = unsigned(a[14]) << 8 | a[15];
+  const char* prefix = a[0] == 0xFF ? "ff02" : "fd00";
+  if (high)
+    std::snprintf(buf, sizeof buf, "%s::%x:%x", prefix, high, low);
+  else
+    std::snprintf(buf, sizeof buf, "%s::%x", prefix, low);
+  return buf;
+}
+
+// The protocol the frame should be reported as, by the generator's ports.
+std::string ProtocolText(const GeneratedFrame& g) {
+  if (g.kind == GeneratedFrame::kArp) return "ARP";
+  static const std::map<std::pair<int, int>, std::string> kServices = {
+      {{6, 80}, "HTTP"}, {{6, 443}, "HTTPS"}, {{6, 22}, "SSH"},  {{6, 25}, "SMTP"},      {{6, 445}, "SMB"},
+      {{17, 53}, "DNS"}, {{17, 123}, "NTP"},  {{17, 67}, "DHCP"}, {{17, 5353}, "mDNS"}};
+  for (int port : {g.sourcePort, g.destinationPort}) {
+    auto it = kServices.find({g.transport, port});
+    if (it != kServices.end()) return it->second;
+  }
+  if (g.transport == 1) return "ICMP";
+  if (g.transport == 58) return "ICMPv6";
+  return "?";
+}
+
+struct NodeFigures {
+  uint64_t packetsSent = 0, packetsReceived = 0, bytesSent = 0, bytesReceived = 0;
+  bool operator==(const NodeFigures&) const = default;
+};
+
+class GeneratedSample : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    s_dir = new ScratchDir;
+    s_record = new std::vector<GeneratedFrame>;
+    std::string error;
+    ASSERT_TRUE(zemo::cli::Generate(SamplePath(), Options(), s_record, &error)) << error;
+  }
+  static void TearDownTestSuite() {
+    delete s_record;
+    delete s_dir;
+  }
+  static std::string SamplePath() { return s_dir->File("sample.pcap"); }
+  static zemo::cli::GeneratorOptions Options() {
+    zemo::cli::GeneratorOptions options;
+    options.packets = 4000;
+    options.hosts = 40;
+    options.seconds = 12;
+    options.seed = 7;
+    return options;
+  }
+  static const std::vector<GeneratedFrame>& Record() { return *s_record; }
+
+  static inline ScratchDir* s_dir = nullptr;
+  static inline std::vector<GeneratedFrame>* s_record = nullptr;
+};
+
+TEST_F(GeneratedSample, TheGeneratorIsDeterministic) {
+  ScratchDir dir;
+  zemo::cli::GeneratorOptions options = Options();
+  std::string error;
+  ASSERT_TRUE(zemo::cli::Generate(dir.File("again.pcap"), options, nullptr, &error)) << error;
+  EXPECT_EQ(ReadFile(SamplePath()), ReadFile(dir.File("again.pcap")));
+  options.seed = 8;
+  ASSERT_TRUE(zemo::cli::Generate(dir.File("other.pcap"), options, nullptr, &error)) << error;
+  EXPECT_NE(ReadFile(SamplePath()), ReadFile(dir.File("other.pcap")));
+}
+
+TEST_F(GeneratedSample, TheMixHoldsWhatTheSampleShouldShow) {
+  std::set<std::string> protocols;
+  uint64_t broadcast = 0, multicast = 0;
+  for (const GeneratedFrame& g : Record()) {
+    protocols.insert(ProtocolText(g));
+    broadcast += g.destinationMac[0] == 0xFF;
+    multicast += g.destinationMac[0] == 0x01 || g.destinationMac[0] == 0x33;
+  }
+  for (const char* p : {"ARP", "HTTP", "HTTPS", "SSH", "DNS", "NTP", "DHCP", "mDNS", "ICMP", "ICMPv6"})
+    EXPECT_TRUE(protocols.count(p)) << p;
+  EXPECT_FALSE(protocols.count("?"));
+  EXPECT_GT(broadcast, 0u);
+  EXPECT_GT(multicast, 0u);
+}
+
+// Every frame of the file decodes to the addresses and protocol the
+// generator wrote, and libpcap reads exactly the frames it recorded.
+TEST_F(GeneratedSample, EachFrameDecodesToWhatWasWritten) {
+  std::string error;
+  auto source = zemo::cli::CaptureSource::OpenFile(SamplePath(), &error);
+  ASSERT_TRUE(source) << error;
+  ASSERT_EQ(zemo::link::kEthernet, uint32_t(source->LinkType()));
+  zemo::FrameDecoder decoder(uint32_t(source->LinkType()));
+  auto packet = zemo::Packet::Create();
+  zemo::cli::CaptureFrame frame{};
+  size_t i = 0;
+  while (source->Next(&frame) == zemo::cli::ReadResult::kFrame) {
+    ASSERT_LT(i, Record().size());
+    const GeneratedFrame& g = Record()[i++];
+    decoder.Decode(*packet, frame.data, frame.captureLength, frame.wireLength, frame.time);
+    EXPECT_EQ(g.wireLength, frame.wireLength);
+    EXPECT_EQ(zemo::kUnixEpochAsZemoTime + g.time, frame.time);
+    MediaSpec s{};
+    ASSERT_EQ(S_OK, packet->GetPhysicalSource(&s));
+    EXPECT_EQ(MacText(g.sourceMac), zemo::ToUtf8(zemo::SpecText(s)));
+    ASSERT_EQ(S_OK, packet->GetPhysicalDestination(&s));
+    EXPECT_EQ(MacText(g.destinationMac), zemo::ToUtf8(zemo::SpecText(s)));
+    ASSERT_EQ(S_OK, packet->GetLogicalSource(&s));
+    EXPECT_EQ(IpText(g, true), zemo::ToUtf8(zemo::SpecText(s)));
+    ASSERT_EQ(S_OK, packet->GetLogicalDestination(&s));
+    EXPECT_EQ(IpText(g, false), zemo::ToUtf8(zemo::SpecText(s)));
+    ASSERT_EQ(S_OK, packet->GetProtocol(&s));
+    EXPECT_EQ(ProtocolText(g), zemo::ToUtf8(zemo::SpecText(s))) << "frame " << i;
+    BOOL broadcast = FALSE;
+    packet->IsBroadcast(&broadcast);
+    EXPECT_EQ(g.destinationMac[0] == 0xFF, bool(broadcast));
+  }
+  EXPECT_EQ(Record().size(), i);
+}
+
+TEST_F(GeneratedSample, TheJsonDocumentAgreesWithTheRecord) {
+  RunResult r = RunZemostats({"analyze", "--json", SamplePath()});
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  json doc = json::parse(r.out);
+  const json& capture = doc["capture"];
+  uint64_t bytes = 0;
+  for (const GeneratedFrame& g : Record()) bytes += g.wireLength;
+  EXPECT_EQ(Record().size(), capture["packets"].get<uint64_t>());
+  EXPECT_EQ(bytes, capture["bytes"].get<uint64_t>());
+  EXPECT_EQ("EN10MB", capture["link_type"]);
+  EXPECT_EQ(0, capture["media_type"]);
+  EXPECT_EQ(0, capture["media_subtype"]);
+  EXPECT_EQ(Record().back().time - Record().front().time, capture["duration_ns"].get<uint64_t>());
+  EXPECT_EQ("2026-01-01T00:00:00.000000000Z", capture["start"]);
+  EXPECT_TRUE(doc["warnings"].empty());
+
+  // Each statistic's table as GetTable gives it: columns, then rows of as many cells.
+  for (const auto& [name, table] : doc["statistics"].items()) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(table["columns"].is_array());
+    for (const json& row : table["rows"]) EXPECT_EQ(table["columns"].size(), row.size());
+  }
+
+  if (doc["statistics"].contains("nodestats")) {
+    // Every address the generator used, with what it sent and received.
+    std::map<std::string, NodeFigures> expected;
+    for (const GeneratedFrame& g : Record()) {
+      for (auto [source, destination] : {std::pair{MacText(g.sourceMac), MacText(g.destinationMac)},
+                                         std::pair{IpText(g, true), IpText(g, false)}}) {
+        expected[source].packetsSent++;
+        expected[source].bytesSent += g.wireLength;
+        expected[destination].packetsReceived++;
+        expected[destination].bytesReceived += g.wireLength;
+      }
+    }
+    const json& nodes = doc["statistics"]["nodestats"];
+    auto column = [&](const char* name) {
+      auto& c = nodes["columns"];
+      return size_t(std::find(c.begin(), c.end(), name) - c.begin());
+    };
+    std::map<std::string, NodeFigures> got;
+    for (const json& row : nodes["rows"]) {
+      NodeFigures f{row[column("PacketsSent")], row[column("PacketsReceived")], row[column("BytesSent")],
+                    row[column("BytesReceived")]};
+      got[row[column("Node")].get<std::string>()] = f;
+    }
+    EXPECT_EQ(expected.size(), got.size());
+    for (const auto& [node, figures] : expected) {
+      auto it = got.find(node);
+      ASSERT_NE(got.end(), it) << node;
+      EXPECT_EQ(figures, it->second) << node;
+    }
+  }
+  if (doc["statistics"].contains("conversationstats")) {
+    // A conversation between the logical and one between the physical addresses of each frame.
+    std::map<std::tuple<std::string, std::string, std::string>, uint64_t> expected;
+    for (const GeneratedFrame& g : Record()) {
+      expected[{IpText(g, true), IpText(g, false), ProtocolText(g)}]++;
+      expected[{MacText(g.sourceMac), MacText(g.destinationMac), ProtocolText(g)}]++;
+    }
+    std::map<std::tuple<std::string, std::string, std::string>, uint64_t> got;
+    for (const json& row : doc["statistics"]["conversationstats"]["rows"])
+      got[{row[0].get<std::string>(), row[1].get<std::string>(), row[2].get<std::string>()}] += row[3].get<uint64_t>();
+    EXPECT_EQ(expected, got);
+  }
+}
+
+TEST_F(GeneratedSample, TheReportNamesTheCaptureAndItsFigures) {
+  RunResult r = RunZemostats({"analyze", "--top", "3", SamplePath()});
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  EXPECT_NE(std::string::npos, r.out.find("Packets        " + std::to_string(Record().size())));
+  EXPECT_NE(std::string::npos, r.out.find("EN10MB (1)"));
+  EXPECT_NE(std::string::npos, r.out.find("802.3"));
+  char duration[64];
+  std::snprintf(duration, sizeof duration, "Duration       %.3f s", (Record().back().time - Record().front().time) / 1e9);
+  EXPECT_NE(std::string::npos, r.out.find(duration)) << r.out;
+  if (r.out.find("Top 3 physical nodes") != std::string::npos) {
+    // Three rows and a head under the heading.
+    size_t at = r.out.find("Top 3 physical nodes");
+    size_t end = r.out.find("\n\n", at);
+    std::string section = r.out.substr(at, end - at);
+    EXPECT_EQ(5, std::count(section.begin(), section.end(), '\n') + 1) << section;
+  }
+}
+
+TEST_F(GeneratedSample, StandardInputReadsTheSame) {
+  RunResult file = RunZemostats({"analyze", "--json", SamplePath()});
+  RunResult pipe = RunZemostats({"analyze", "--json", "-"}, SamplePath());
+  ASSERT_EQ(0, pipe.exitCode) << pipe.err;
+  json a = json::parse(file.out), b = json::parse(pipe.out);
+  EXPECT_EQ(a["capture"]["packets"], b["capture"]["packets"]);
+  EXPECT_EQ(a["statistics"], b["statistics"]);
+  EXPECT_EQ("-", b["capture"]["file"]);
+}
+
+TEST_F(GeneratedSample, ATruncatedFileReportsUpToTheLastGoodPacket) {
+  // Cut in the middle of frame 101: the header of a pcap is 24 bytes, each
+  // frame 16 and its bytes.
+  size_t at = 24;
+  for (size_t i = 0; i < 100; ++i) at += 16 + Record()[i].wireLength;
+  at += 16 + Record()[100].wireLength / 2;
+  ScratchDir dir;
+  std::string cut = dir.File("cut.pcap");
+  std::string bytes = ReadFile(SamplePath()).substr(0, at);
+  std::FILE* f = std::fopen(cut.c_str(), "wb");
+  ASSERT_TRUE(f);
+  std::fwrite(bytes.data(), 1, bytes.size(), f);
+  std::fclose(f);
+  RunResult r = RunZemostats({"analyze", "--json", cut});
+  EXPECT_EQ(1, r.exitCode);
+  json doc = json::parse(r.out);
+  EXPECT_EQ(100u, doc["capture"]["packets"].get<uint64_t>());
+  EXPECT_NE(std::string::npos, r.err.find("packet 101")) << r.err;
+  ASSERT_EQ(1u, doc["warnings"].size());
+  EXPECT_NE(std::string::npos, doc["warnings"][0].get<std::string>().find("packet 101"));
+}
+
+TEST_F(GeneratedSample, ExportsGoIntoTheFolder) {
+  ScratchDir dir;
+  std::string into = dir.File("exports");
+  RunResult r = RunZemostats({"analyze", "--export", into, SamplePath()});
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  // Every statistic with a table exports under its select name.
+  RunResult j = RunZemostats({"analyze", "--json", SamplePath()});
+  json doc = json::parse(j.out);
+  for (const auto& [name, table] : doc["statistics"].items()) {
+    if (name == "nodestats" || name == "networkstats" || name == "sizestats" || name == "errorstats") {
+      EXPECT_TRUE(FileExists(into + "/" + name + ".txt")) << name;
+    }
+  }
+  // A folder that cannot be made is a data error and leaves nothing.
+  std::string blocker = dir.File("plain");
+  std::fclose(std::fopen(blocker.c_str(), "w"));
+  RunResult bad = RunZemostats({"analyze", "--export", blocker + "/sub", SamplePath()});
+  EXPECT_EQ(1, bad.exitCode);
+  EXPECT_NE(std::string::npos, bad.err.find(blocker + "/sub"));
+  EXPECT_TRUE(bad.out.empty());
+}
+
+TEST(ZemostatsBadInput, EachFailureNamesTheFileAndItsFault) {
+  ScratchDir dir;
+  RunResult missing = RunZemostats({"analyze", dir.File("nothing.pcap")});
+  EXPECT_EQ(1, missing.exitCode);
+  EXPECT_NE(std::string::npos, missing.err.find(dir.File("nothing.pcap") + ": No such file or directory"));
+  EXPECT_TRUE(missing.out.empty());
+
+  std::string text = dir.File("notes.txt");
+  std::FILE* f = std::fopen(text.c_str(), "w");
+  std::fputs("these are not packets, just some words in a file\n", f);
+  std::fclose(f);
+  RunResult wrong = RunZemostats({"analyze", "--export", dir.File("out"), text});
+  EXPECT_EQ(1, wrong.exitCode);
+  EXPECT_NE(std::string::npos, wrong.err.find(text + ": not a pcap or pcapng capture file")) << wrong.err;
+  EXPECT_FALSE(FileExists(dir.File("out")));
+
+  std::string empty = dir.File("empty.pcap");
+  std::fclose(std::fopen(empty.c_str(), "w"));
+  RunResult none = RunZemostats({"analyze", empty});
+  EXPECT_EQ(1, none.exitCode);
+  EXPECT_NE(std::string::npos, none.err.find(empty)) << none.err;
+
+  RunResult folder = RunZemostats({"analyze", dir.Path()});
+  EXPECT_EQ(1, folder.exitCode);
+  EXPECT_NE(std::string::npos, folder.err.find("is a directory"));
+
+  // A file that cannot be written.
+  RunResult unwritable = RunZemostats({"generate", dir.File("no/such/folder/x.pcap")});
+  EXPECT_EQ(1, unwritable.exitCode);
+  EXPECT_NE(std::string::npos, unwritable.err.find("no/such/folder/x.pcap"));
+}
+
+TEST(ZemostatsUsage, UsageErrorsAreTwoAndHelpIsZero) {
+  EXPECT_EQ(2, RunZemostats({}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"frobnicate"}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"analyze"}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"analyze", "x.pcap", "--top", "0"}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"analyze", "x.pcap", "--bogus"}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"capture"}).exitCode);
+  EXPECT_EQ(2, RunZemostats({"generate", "x.pcap", "--hosts", "2"}).exitCode);
+  for (const char* command : {"analyze", "capture", "generate"}) {
+    RunResult help = RunZemostats({command, "--help"});
+    EXPECT_EQ(0, help.exitCode) << command;
+    EXPECT_NE(std::string::npos, help.out.find("Usage")) << command;
+  }
+  RunResult top = RunZemostats({"--help"});
+  EXPECT_EQ(0, top.exitCode);
+  for (const char* command : {"analyze", "capture", "generate"}) EXPECT_NE(std::string::npos, top.out.find(command));
+}
+
+TEST(ZemostatsCapture, AMissingInterfaceIsADataError) {
+  RunResult r = RunZemostats({"capture", "-i", "zs-no-such-if0", "-c", "1"});
+  EXPECT_EQ(1, r.exitCode);
+  EXPECT_NE(std::string::npos, r.err.find("zs-no-such-if0")) << r.err;
+}
+
+}  // namespace

@@ -1,0 +1,110 @@
+// Shared steps of the identity table tests: tables, adding, stream bytes.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "engine/spec_values.h"
+#include "frame/clsids.h"
+#include "frame/persist_interfaces.h"
+#include "frame/stream_persist.h"
+#include "identity/entity_table.h"
+#include "identity/tuple_table.h"
+#include "platform/class_store.h"
+#include "platform/clock.h"
+#include "platform/stream.h"
+
+namespace identity_test {
+
+using zemo::ComPtr;
+
+inline ComPtr<IEntityTable> NewEntityTable() { return zemo::MakeObject<zemo::EntityTable, IEntityTable>(); }
+
+inline ComPtr<ITupleTable> NewTupleTable(IEntityTable* entities) {
+  auto tuples = zemo::MakeObject<zemo::TupleTable, ITupleTable>();
+  if (entities) {
+    EXPECT_EQ(S_OK, tuples->SetEntityTable(entities));
+  }
+  return tuples;
+}
+
+inline ULONG Add(IEntityTable* table, const MediaSpec& spec) {
+  ULONG id = 0;
+  EXPECT_EQ(S_OK, table->FindOrAdd(&spec, 1, &id));
+  return id;
+}
+
+inline ULONG AddTuple(ITupleTable* table, ULONG source, ULONG destination, ULONG protocol) {
+  TupleRecord r{};
+  r.fSource = source;
+  r.fDestination = destination;
+  r.fProtocol = protocol;
+  ULONG id = 0;
+  EXPECT_EQ(S_OK, table->FindOrAdd(&r, 1, &id));
+  return id;
+}
+
+inline MediaSpec Ip(uint32_t n) {
+  return zemo::specs::Ipv4(uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n));
+}
+
+inline MediaSpec Mac(uint32_t n, uint8_t type = 10) {
+  return zemo::specs::Make(type, {0x00, 0x50, uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
+}
+
+// A spec of a type without value bytes.
+inline MediaSpec Valueless(uint8_t type) {
+  MediaSpec s{};
+  s.fClass = 1;
+  s.fType = type;
+  return s;
+}
+
+// A delta save (since 0: the full save) as bytes.
+inline std::vector<uint8_t> SavedBytes(IUnknown* table, ZemoTime since = 0) {
+  ComPtr<ISaveStreamDeltas> deltas;
+  EXPECT_EQ(S_OK, zemo::QueryTo(table, &deltas));
+  auto stream = zemo::CreateMemoryStream();
+  EXPECT_EQ(S_OK, deltas->SaveDeltas(stream.Get(), &since));
+  return zemo::MemoryStreamBytes(stream.Get());
+}
+
+inline HRESULT LoadBytes(IUnknown* table, const std::vector<uint8_t>& bytes) {
+  auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
+  return zemo::LoadObjectFromStream(table, stream.Get());
+}
+
+// Little-endian stream bytes put together by hand.
+class Bytes {
+ public:
+  template <class T>
+  Bytes& Put(T value) {
+    const auto* p = reinterpret_cast<const uint8_t*>(&value);
+    m_bytes.insert(m_bytes.end(), p, p + sizeof(T));
+    return *this;
+  }
+  Bytes& Raw(std::initializer_list<uint8_t> bytes) {
+    m_bytes.insert(m_bytes.end(), bytes);
+    return *this;
+  }
+  // count sub-tables holding nothing, each with its length field.
+  Bytes& EmptyEntitySubTables(uint32_t from, uint32_t to) {
+    for (uint32_t n = from; n < to; ++n) Put<ULONG>(0).Put<USHORT>(USHORT(zemo::SubTableLength(n)));
+    return *this;
+  }
+  const std::vector<uint8_t>& Get() const { return m_bytes; }
+
+ private:
+  std::vector<uint8_t> m_bytes;
+};
+
+// The present moves only when a test says so.
+class FixedClock {
+ public:
+  explicit FixedClock(ZemoTime t) { zemo::SetNowForTesting(t); }
+  ~FixedClock() { zemo::SetNowForTesting(0); }
+  void Set(ZemoTime t) { zemo::SetNowForTesting(t); }
+};
+
+}  // namespace identity_test

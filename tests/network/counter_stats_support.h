@@ -1,0 +1,143 @@
+// Support for the error, size, history and dashboard tests: the module and
+// the engine classes registered, a context on a chosen medium, streams of
+// raw bytes, and a scratch folder for text exports.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "context/stats_context.h"
+#include "engine/engine.h"
+#include "engine/packet_builder.h"
+#include "frame/module.h"
+#include "frame/persist_interfaces.h"
+#include "frame/stream_persist.h"
+#include "frame/xml_persist.h"
+#include "platform/class_store.h"
+#include "platform/stream.h"
+
+#define EXPECT_FAILS(expr) EXPECT_TRUE(FAILED(expr)) << #expr
+
+namespace sized {
+
+using zemo::ComPtr;
+
+// The rows of a statistic's table as "Stat=Value " pairs.
+inline std::string TableText(ISelectableObject* stats) {
+  ComPtr<IDataTable> table;
+  EXPECT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
+  if (!table) return "no table";
+  ComPtr<IDataRows> rows;
+  EXPECT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
+  LONG count = 0;
+  EXPECT_EQ(S_OK, rows->GetCount(&count));
+  std::string out;
+  for (LONG i = 0; i < count; ++i) {
+    ComPtr<IDataRow> row;
+    EXPECT_EQ(S_OK, rows->GetRow(i, row.ReleaseAndGetAddressOf()));
+    zemo::CVariant stat, value;
+    EXPECT_EQ(S_OK, row->GetValue(0, &stat));
+    EXPECT_EQ(S_OK, row->GetValue(1, &value));
+    EXPECT_EQ(VT_BSTR, stat.vt);
+    EXPECT_EQ(VT_UI8, value.vt);
+    out += zemo::ToUtf8(zemo::VariantValue<std::u16string>::From(stat)) + "=" + std::to_string(value.ullVal) + " ";
+  }
+  return out;
+}
+
+inline constexpr ZemoTime kSec = 1000000000ull;
+inline constexpr ZemoTime kBase = 133500000000000000ull;  // on a whole second, in 2024
+
+class StatsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(S_OK, DllRegisterServer());
+    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
+    m_dir = std::filesystem::temp_directory_path() /
+            ("zemo_sized_" + std::to_string(getpid()) + "_" +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(m_dir);
+  }
+  void TearDown() override { std::filesystem::remove_all(m_dir); }
+
+  static ComPtr<zemo::StatsContext> Context(ULONG type, ULONG subType = 0, ULONGLONG speed = 0) {
+    auto context = zemo::StatsContext::Create();
+    EXPECT_EQ(S_OK, context->SetMediaType(type));
+    EXPECT_EQ(S_OK, context->SetMediaSubType(subType));
+    EXPECT_EQ(S_OK, context->SetLinkSpeed(speed));
+    return context;
+  }
+
+  // The interface I of a new object of the class, created by identifier.
+  template <class I>
+  static ComPtr<I> Create(REFCLSID clsid) {
+    ComPtr<I> out;
+    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
+    return out;
+  }
+
+  // The object's IUnknown, for a class or an interface pointer.
+  template <class T>
+  static IUnknown* Unknown(T* object) {
+    if constexpr (requires { object->GetUnknown(); })
+      return object->GetUnknown();
+    else
+      return object;
+  }
+
+  template <class T>
+  static std::vector<uint8_t> Saved(T* object) {
+    auto stream = zemo::CreateMemoryStream();
+    EXPECT_EQ(S_OK, zemo::SaveObjectToStream(Unknown(object), stream.Get(), TRUE));
+    return zemo::MemoryStreamBytes(stream.Get());
+  }
+
+  template <class T>
+  static HRESULT LoadBytes(T* object, const std::vector<uint8_t>& bytes) {
+    auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
+    return zemo::LoadObjectFromStream(Unknown(object), stream.Get());
+  }
+
+  // The document element `root` of a new document, for XML round trips.
+  static ComPtr<IXMLDOMElement> XmlRoot(ComPtr<IXMLDOMDocument>& document) {
+    document = zemo::CreateXmlDocument();
+    auto root = zemo::CreateChildElement(document.Get(), document.Get(), u"root");
+    return root;
+  }
+
+  static ComPtr<IXMLDOMDocument> Parse(const char* markup) {
+    ComPtr<IXMLDOMDocument> document = zemo::CreateXmlDocument();
+    VARIANT_BOOL ok = VARIANT_FALSE;
+    EXPECT_EQ(S_OK, document->loadXML(zemo::CBstr(markup).Get(), &ok));
+    return document;
+  }
+
+  std::u16string File(const std::string& leaf) const { return zemo::FromUtf8((m_dir / leaf).string()); }
+  static std::string Contents(const std::u16string& name) {
+    std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
+    std::ostringstream all;
+    all << in.rdbuf();
+    return all.str();
+  }
+  static bool Exists(const std::u16string& name) { return std::filesystem::exists(zemo::ToUtf8(name)); }
+
+ private:
+  std::filesystem::path m_dir;
+};
+
+// Little-endian bytes of a record, for building streams by hand.
+template <class T>
+void Put(std::vector<uint8_t>& out, T value) {
+  uint8_t bytes[sizeof(T)];
+  std::memcpy(bytes, &value, sizeof(T));
+  out.insert(out.end(), bytes, bytes + sizeof(T));
+}
+
+}  // namespace sized

@@ -1,0 +1,103 @@
+// What the network statistics tests share: the module registered (XML
+// names its elements by program identifier, tables are engine objects), a
+// context whose adapter announces channels, and persistence round trips.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "context/stats_context.h"
+#include "engine/adapter_info.h"
+#include "engine/engine.h"
+#include "engine/packet_builder.h"
+#include "frame/clsids.h"
+#include "frame/module.h"
+#include "frame/xml_persist.h"
+#include "network/network_counters.h"
+#include "platform/class_store.h"
+
+namespace zemo::testing {
+
+inline constexpr ZemoTime kT0 = 133000000000000000ull;  // some day in 2022
+inline constexpr ZemoTime kSecond = 1000000000ull;
+
+class NetworkFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(S_OK, DllRegisterServer());
+    ASSERT_EQ(S_OK, RegisterEngineClasses());
+  }
+
+  // A statistic of the module by class identifier, as a host creates it.
+  template <class I>
+  static ComPtr<I> Create(REFCLSID clsid) {
+    ComPtr<I> out;
+    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
+    return out;
+  }
+
+  // A context whose adapter announces these channel numbers.
+  static ComPtr<StatsContext> ContextWithChannels(std::initializer_list<ULONG> numbers) {
+    auto adapter = AdapterInfo::Create();
+    std::vector<ULONG> n(numbers);
+    adapter->SetChannelNumbers(n);
+    auto context = StatsContext::Create();
+    EXPECT_EQ(S_OK, context->SetAdapterInfo(adapter.Get()));
+    return context;
+  }
+
+  static std::vector<uint8_t> StreamBytes(IUnknown* object) {
+    ComPtr<IPersistStream> persist;
+    EXPECT_EQ(S_OK, QueryTo(object, &persist));
+    auto stream = CreateMemoryStream();
+    EXPECT_EQ(S_OK, persist->Save(stream.Get(), TRUE));
+    return MemoryStreamBytes(stream.Get());
+  }
+
+  static HRESULT LoadBytes(IUnknown* object, const std::vector<uint8_t>& bytes) {
+    ComPtr<IPersistStream> persist;
+    EXPECT_EQ(S_OK, QueryTo(object, &persist));
+    auto stream = CreateReadOnlyStream(bytes.data(), bytes.size());
+    return persist->Load(stream.Get());
+  }
+
+  // The object saved into a new document, as markup.
+  static std::string XmlOf(IUnknown* object) {
+    ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
+    EXPECT_EQ(S_OK, SaveObjectToXml(object, doc.Get(), doc.Get(), FALSE));
+    CBstr xml;
+    EXPECT_EQ(S_OK, doc->get_xml(xml.Out()));
+    return xml.Utf8();
+  }
+
+  static HRESULT LoadXml(IUnknown* object, const std::string& markup) {
+    ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
+    VARIANT_BOOL ok = VARIANT_FALSE;
+    EXPECT_EQ(S_OK, doc->loadXML(CBstr(markup.c_str()).Get(), &ok)) << markup;
+    return LoadObjectFromXml(object, doc.Get(), doc.Get());
+  }
+
+  // The markup with the first occurrence of `from` replaced by `to`.
+  static std::string Edited(std::string markup, const std::string& from, const std::string& to) {
+    size_t at = markup.find(from);
+    EXPECT_NE(std::string::npos, at) << from;
+    if (at != std::string::npos) markup.replace(at, from.size(), to);
+    return markup;
+  }
+
+  PacketBuilder packet;
+};
+
+inline NetworkCounters Counters(ULONGLONG tp, ULONGLONG tb, ULONGLONG bp, ULONGLONG bb, ULONGLONG mp, ULONGLONG mb) {
+  return {tp, tb, bp, bb, mp, mb};
+}
+
+}  // namespace zemo::testing
+
+inline void PrintTo(const NetworkCounters& c, std::ostream* os) {
+  *os << "{" << c.TotalPackets << ", " << c.TotalBytes << ", " << c.BroadcastPackets << ", " << c.BroadcastBytes
+      << ", " << c.MulticastPackets << ", " << c.MulticastBytes << "}";
+}

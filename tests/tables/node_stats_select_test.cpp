@@ -1,0 +1,130 @@
+// NodeStats as a selectable object and as a maker of trackers, and the
+// table of node units.
+#include <gtest/gtest.h>
+
+#include "engine/select_params.h"
+#include "frame/xml_persist.h"
+#include "platform/class_store.h"
+#include "tests/tables/node_fixture.h"
+
+namespace {
+
+using namespace zemo::testing;
+using zemo::CBstr;
+using zemo::ComPtr;
+using zemo::CVariant;
+
+using NodeStatsSelect = NodeStatsFixture;
+
+TEST_F(NodeStatsSelect, IsALeafNamedNodestats) {
+  CBstr name;
+  ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
+  EXPECT_EQ(u"nodestats", name.View());
+  ULONG flag = 7;
+  ASSERT_EQ(S_OK, stats->GetSelectFlag(&flag));
+  EXPECT_EQ(0u, flag);
+  ComPtr<ISelectParams> params;
+  EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
+
+  auto path = zemo::SelectParams::Create();
+  ComPtr<IUnknown> out;
+  ASSERT_EQ(S_OK, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(stats->GetUnknown(), out.Get());
+  ASSERT_EQ(S_OK, path->AddItem(CBstr(u"child").Get(), nullptr));
+  EXPECT_EQ(E_NOTIMPL, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+  EXPECT_FALSE(out);
+  EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(E_POINTER, stats->Select(path.Get(), nullptr));
+}
+
+TEST_F(NodeStatsSelect, TheTableShowsEachRecordWithItsAddressAsText) {
+  ASSERT_EQ(S_OK, Send(Mac(0x01), Ip(10, 0, 0, 1), Mac(0x02, 0x02), Ip(224, 0, 0, 9), 100, kT0));
+  ComPtr<IDataTable> table;
+  ASSERT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
+  ComPtr<IDataColumns> columns;
+  ASSERT_EQ(S_OK, table->GetColumns(columns.ReleaseAndGetAddressOf()));
+  const char16_t* expected[] = {u"Node",           u"PacketsReceived",  u"PacketsSent",    u"BytesReceived",
+                                u"BytesSent",      u"MulticastPackets", u"MulticastBytes", u"BroadcastPackets",
+                                u"BroadcastBytes", u"EntityIndex"};
+  LONG n = 0;
+  ASSERT_EQ(S_OK, columns->GetCount(&n));
+  ASSERT_EQ(10, n);
+  for (LONG i = 0; i < n; ++i) {
+    CBstr name;
+    VARTYPE type = 0;
+    ASSERT_EQ(S_OK, columns->GetName(i, name.Out()));
+    ASSERT_EQ(S_OK, columns->GetType(i, &type));
+    EXPECT_EQ(expected[i], name.View());
+    EXPECT_EQ(i == 0 ? VT_BSTR : i == 9 ? VT_UI4 : VT_UI8, type) << i;
+  }
+  ComPtr<IDataRows> rows;
+  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
+  ASSERT_EQ(S_OK, rows->GetCount(&n));
+  ASSERT_EQ(4, n);
+  auto cell = [&](LONG row, LONG column) {
+    ComPtr<IDataRow> r;
+    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
+    CVariant v;
+    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
+    return v;
+  };
+  EXPECT_EQ(u"00:1a:2b:3c:4d:01", zemo::XmlText(cell(0, 0)));
+  EXPECT_EQ(u"10.0.0.1", zemo::XmlText(cell(1, 0)));
+  EXPECT_EQ(u"224.0.0.9", zemo::XmlText(cell(3, 0)));
+  // The logical source sent one multicast packet of 100 bytes.
+  EXPECT_EQ(1u, cell(1, 2).ullVal);
+  EXPECT_EQ(1u, cell(1, 5).ullVal);
+  EXPECT_EQ(100u, cell(1, 6).ullVal);
+  EXPECT_EQ(0u, cell(0, 5).ullVal);  // the physical destination was unicast
+  EXPECT_EQ(1u, cell(2, 1).ullVal);
+  EXPECT_EQ(EntityOf(Mac(0x02, 0x02)), cell(2, 9).ulVal);
+  EXPECT_EQ(E_POINTER, stats->GetTable(nullptr));
+}
+
+// A document whose element names an address in the entity address form.
+ComPtr<IXMLDOMDocument> KeyDocument(const std::u16string& attributes) { return ParseXml(u"<key " + attributes + u"/>"); }
+
+TEST_F(NodeStatsSelect, CreateTrackerReadsTheKeyAndFailsHonestlyWithoutTheTrackerClass) {
+  ComPtr<IZemoStatsTracker> tracker;
+  CVariant empty;
+  EXPECT_EQ(E_POINTER, stats->CreateTracker(empty, nullptr));
+  EXPECT_EQ(E_INVALIDARG, stats->CreateTracker(empty, tracker.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(E_INVALIDARG, stats->CreateTracker(CVariant::Unknown(nullptr), tracker.ReleaseAndGetAddressOf()));
+  // An object that is no document.
+  EXPECT_EQ(E_NOINTERFACE, stats->CreateTracker(CVariant::Unknown(stats->GetUnknown()), tracker.ReleaseAndGetAddressOf()));
+  // An address without its data.
+  EXPECT_EQ(E_FAIL, stats->CreateTracker(CVariant::Unknown(KeyDocument(u"class=\"2\" type=\"10\"").Get()),
+                                         tracker.ReleaseAndGetAddressOf()));
+
+  // A good key: the tracker class is made by its identifier, and its status
+  // is the answer while that class is not there.
+  ComPtr<IUnknown> direct;
+  HRESULT classStatus =
+      CoCreateInstance(CLSID_NodeStatsTracker, nullptr, CLSCTX_ALL, INodeStatsTracker::iid, direct.OutVoid());
+  HRESULT hr = stats->CreateTracker(CVariant::Unknown(KeyDocument(u"class=\"2\" type=\"10\" data=\"001A2B3C4D01\"").Get()),
+                                    tracker.ReleaseAndGetAddressOf());
+  if (FAILED(classStatus)) {
+    EXPECT_EQ(classStatus, hr);
+    EXPECT_FALSE(tracker);
+  } else {
+    ASSERT_EQ(S_OK, hr);
+    ComPtr<INodeStatsTracker> keyed = tracker.Query<INodeStatsTracker>();
+    MediaSpec key{};
+    ASSERT_EQ(S_OK, keyed->GetKey(&key));
+    EXPECT_TRUE(zemo::SpecsEqual(Mac(0x01), key));
+  }
+}
+
+TEST(NodeUnits, NameEverythingANodeTrackerCanFollow) {
+  const zemo::CNodeUnits& units = zemo::CNodeUnits::Get();
+  EXPECT_EQ(16u, units.Units().GetCount());
+  EXPECT_EQ(257u, units.Units().GetBucketCount());
+  EXPECT_EQ(std::u16string(u"Total Bytes"), units.Label(zemo::kNodeTotalBytes));
+  EXPECT_EQ(std::u16string(u"Broadcast/Multicast Packets"), units.Label(11));
+  EXPECT_EQ(std::u16string(u"Max Packet Size Received"), units.Label(16));
+  EXPECT_EQ(nullptr, units.Label(0));
+  EXPECT_EQ(nullptr, units.Label(17));
+  EXPECT_EQ(&units, &zemo::CNodeUnits::Get());
+}
+
+}  // namespace

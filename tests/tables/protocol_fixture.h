@@ -1,0 +1,87 @@
+// What the protocol and conversation table tests share: a context holding
+// the statistic under test, packets built from protocols and addresses, a
+// protocol tree of the tests' own, and the stream and limit plumbing.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <vector>
+
+#include "context/stats_context.h"
+#include "engine/engine.h"
+#include "engine/packet_builder.h"
+#include "engine/proto_specs.h"
+#include "frame/clsids.h"
+#include "platform/stream.h"
+#include "tables/limit_settings.h"
+#include "tables/protocol_stats.h"
+#include "tests/tables/node_fixture.h"
+
+namespace zemo::testing {
+
+// A protocol tree given as id -> (level, parent). An unknown identifier
+// fails both questions, as the host's tree does.
+class FakeProtoSpecs final : public Object<FakeProtoSpecs, IProtoSpecs> {
+ public:
+  struct Node {
+    ULONG level;
+    ULONG parent;
+  };
+  std::map<ULONG, Node> nodes;
+
+  HRESULT GetParentSpec(ULONG id, ULONG* parent) override {
+    auto it = nodes.find(id);
+    if (it == nodes.end()) return E_INVALIDARG;
+    *parent = it->second.parent;
+    return S_OK;
+  }
+  HRESULT GetSpecName(ULONG, BSTR*) override { return E_NOTIMPL; }
+  HRESULT GetSpecLevel(ULONG id, ULONG* level) override {
+    auto it = nodes.find(id);
+    if (it == nodes.end()) return E_INVALIDARG;
+    *level = it->second.level;
+    return S_OK;
+  }
+  HRESULT IsSpecWithin(ULONG, const ULONG*, ULONG, ULONG, ULONG) override { return E_NOTIMPL; }
+  HRESULT GetSpecPath(ULONG, USHORT*, ULONG*) override { return E_NOTIMPL; }
+  HRESULT FindSpecByPath(const USHORT*, ULONG, MediaSpec*) override { return E_NOTIMPL; }
+};
+
+// The stream plumbing of any delta-capable statistic.
+template <class S>
+std::vector<uint8_t> SaveStreamOf(S* s, ZemoTime since) {
+  ComPtr<IStream> stream = CreateMemoryStream();
+  EXPECT_EQ(S_OK, s->SaveDeltas(stream.Get(), &since));
+  return MemoryStreamBytes(stream.Get());
+}
+template <class S>
+HRESULT LoadStreamOf(S* s, const std::vector<uint8_t>& bytes) {
+  ComPtr<IStream> stream = CreateMemoryStream(bytes.data(), bytes.size());
+  return static_cast<IPersistStream*>(s)->Load(stream.Get());
+}
+
+// The whole text of a file.
+inline std::string ReadFileText(const std::string& path) {
+  std::string text;
+  if (FILE* f = std::fopen(path.c_str(), "rb")) {
+    char buffer[4096];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) text.append(buffer, n);
+    std::fclose(f);
+  }
+  return text;
+}
+
+// A limit of `limit` records, enforced; reset empties the table, otherwise
+// it pauses.
+inline ComPtr<ZemoStatsLimitSettings> LimitTo(IZemoStatsLimit* stats, ULONG limit, bool reset) {
+  auto settings = ZemoStatsLimitSettings::Create();
+  settings->SetLimit(limit);
+  settings->SetEnabled(1);
+  settings->SetReset(reset ? 1 : 0);
+  settings->SetNotify(0, 0);
+  EXPECT_EQ(S_OK, stats->SetSettings(settings.Get()));
+  return settings;
+}
+
+}  // namespace zemo::testing
