@@ -8,7 +8,7 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 
 namespace zemo::specs {
 

@@ -3,7 +3,7 @@
 // identifier through the class store.
 #pragma once
 
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 #include "platform/interfaces.h"
 #include "wireless/wireless_channel.h"
 

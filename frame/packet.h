@@ -2,7 +2,7 @@
 // extension interfaces. A packet lives for one ProcessPacket call.
 #pragma once
 
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 #include "platform/unknown.h"
 #include "wireless/wireless_channel.h"
 

@@ -35,6 +35,17 @@ HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out) {
   return selectable->Select(params, out);
 }
 
+HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out, HRESULT furtherStep, bool nullParamsEnd) {
+  if (!out || (!params && !nullParamsEnd)) return E_POINTER;
+  *out = nullptr;
+  if (params) {
+    CBstr step;
+    ComPtr<IPropertyBag> bag;
+    if (CheckHr(params->NextItem(step.Out(), bag.ReleaseAndGetAddressOf())) != S_FALSE) return furtherStep;
+  }
+  return self->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
+}
+
 void MakeTable(IDataTable** ioTable, std::span<const TableColumn> columns) {
   if (!ioTable) AtlThrow(E_POINTER);
   ComPtr<IDataTable> table(*ioTable);

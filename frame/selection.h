@@ -42,6 +42,13 @@ HRESULT SelectChild(IUnknown* child, std::u16string_view name, ISelectParams* pa
 // must be selectable (else E_INVALIDARG) and its Select goes on.
 HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out);
 
+// Select of an object without children. With no step left, out is self; a
+// further step gives `furtherStep` (the statistics answer E_NOTIMPL, the
+// identity tables E_INVALIDARG). Null params are E_POINTER unless
+// `nullParamsEnd` lets them count as the end of the path.
+HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out, HRESULT furtherStep = E_NOTIMPL,
+                   bool nullParamsEnd = false);
+
 struct TableColumn {
   const char16_t* name;
   VARTYPE type;

@@ -1,4 +1,5 @@
 #include "identity/entity_table.h"
+#include "frame/selection.h"
 
 #include <algorithm>
 #include <new>
@@ -398,7 +399,7 @@ HRESULT EntityTable::GetSelectParams(ISelectParams** params) { return params ? E
 HRESULT EntityTable::Select(ISelectParams* params, IUnknown** out) {
   return Locked([&] {
     if (!params) AtlThrow(E_POINTER);
-    return identity::SelectLeaf(params, GetUnknown(), out);
+    return SelectLeaf(params, GetUnknown(), out, E_INVALIDARG, true);
   });
 }
 

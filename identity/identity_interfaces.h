@@ -4,7 +4,7 @@
 #pragma once
 
 #include "frame/iids.h"
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 #include "platform/interfaces.h"
 
 // No entity, no tuple.

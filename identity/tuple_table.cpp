@@ -1,4 +1,5 @@
 #include "identity/tuple_table.h"
+#include "frame/selection.h"
 
 #include <cstddef>
 #include <cstdio>
@@ -320,7 +321,7 @@ HRESULT TupleTable::GetSelectParams(ISelectParams** params) {
 }
 
 HRESULT TupleTable::Select(ISelectParams* params, IUnknown** out) {
-  return Locked([&] { return identity::SelectLeaf(params, GetUnknown(), out); });
+  return Locked([&] { return SelectLeaf(params, GetUnknown(), out, E_INVALIDARG, true); });
 }
 
 HRESULT TupleTable::GetTable(IDataTable** table) {

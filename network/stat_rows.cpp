@@ -66,16 +66,6 @@ HRESULT SaveCounterLines(LPCOLESTR fileName, std::span<const uint64_t> counters)
   });
 }
 
-HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out) {
-  if (!params || !out) return E_POINTER;
-  *out = nullptr;
-  CBstr step;
-  ComPtr<IPropertyBag> bag;
-  if (CheckHr(params->NextItem(step.Out(), bag.ReleaseAndGetAddressOf())) == S_FALSE)
-    return self->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
-  return E_NOTIMPL;
-}
-
 void MakeStatTable(IDataTable** out, std::span<const std::u16string> labels, std::span<const uint64_t> values) {
   static constexpr TableColumn kColumns[] = {{u"Stat", VT_BSTR}, {u"Value", VT_UI8}};
   CheckOut(out);

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "frame/persist_interfaces.h"
+#include "frame/selection.h"
 #include "frame/stats_interfaces.h"
 #include "platform/strings.h"
 #include "platform/types.h"
@@ -37,10 +38,6 @@ void LoadStatElements(IUnknown* document, IUnknown* node, std::u16string_view na
 // The ".txt" export: one "%llu\n" line per counter through the system's file
 // functions. Any other extension is E_INVALIDARG.
 HRESULT SaveCounterLines(LPCOLESTR fileName, std::span<const uint64_t> counters);
-
-// Select for a statistic without children: null params or out give
-// E_POINTER, the end of the path answers with self, a further step E_NOTIMPL.
-HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out);
 
 // ISelectableObject of a statistic without children, named D::kSelectName
 // with the flag D::kSelectFlag; D implements GetTable and names this base a

@@ -6,7 +6,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 scripts/setup.sh
 jobs=$(nproc)
-cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEMO_BUILD_TESTS=ON >/dev/null
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEMO_BUILD_TESTS=OFF >/dev/null
 cmake --build build/release -j"$jobs"
 rm -rf build/prefix
 cmake --install build/release --prefix "$root/build/prefix" >/dev/null

@@ -15,10 +15,12 @@ cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Debug -DZEMO_SANITIZE=ON -DZEMO_BUIL
 cmake --build build/test -j"$jobs"
 ctest --test-dir build/test --output-on-failure -j"$jobs"
 
-# The benchmarks are built so that they keep compiling; their figures come
-# from runs on a quiet machine (BENCHMARKS.md), not from CI.
-cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DZEMO_BUILD_BENCH=ON -DZEMO_BUILD_TESTS=OFF >/dev/null
-cmake --build build/bench -j"$jobs"
+# The release build with the benchmarks, so that they keep compiling (their
+# figures come from runs on a quiet machine, in BENCHMARKS.md); then the
+# example host, built against the installed module alone, and run.
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEMO_BUILD_BENCH=ON -DZEMO_BUILD_TESTS=OFF >/dev/null
+cmake --build build/release -j"$jobs"
+scripts/example.sh
 
 if [ -f fuzz/CMakeLists.txt ] && [ "${ZEMO_SKIP_FUZZ:-0}" != 1 ]; then
   CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=Debug -DZEMO_BUILD_FUZZ=ON -DZEMO_BUILD_TESTS=OFF >/dev/null

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 #include "platform/variant.h"
 #include "tables/record_table.h"
 

@@ -1,4 +1,4 @@
-#include "identity/media_spec.h"
+#include "identity/media_specs.h"
 
 #include <gtest/gtest.h>
 
