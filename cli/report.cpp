@@ -7,9 +7,12 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <numeric>
 
 #include "frame/persist_interfaces.h"
+#include "network/dashboard_stats.h"
+#include "network/history_stats.h"
 #include "platform/clock.h"
 #include "platform/strings.h"
 
@@ -43,6 +46,33 @@ const StatisticEntry* Find(const Analysis& analysis, std::string_view name) {
   for (const StatisticEntry& s : analysis.Statistics())
     if (s.selectName == name) return &s;
   return nullptr;
+}
+
+// The dashboard's traffic series as a table of its own, since the dashboard
+// offers no selection table: the start of each interval and the bytes per
+// second in it. False when there is no dashboard or no rung is left.
+bool ReadTraffic(const Analysis& analysis, TableData* table, LONG* interval) {
+  const StatisticEntry* s = Find(analysis, "dashboardstats");
+  ComPtr<IDashboardStats> dashboard;
+  ComPtr<IHistoryStats> history;
+  if (!s || FAILED(s->stats.As(&dashboard)) || FAILED(dashboard->GetHistory(history.ReleaseAndGetAddressOf())))
+    return false;
+  ZemoTime start = 0;
+  double* samples = nullptr;
+  LONG count = 0;
+  if (FAILED(history->GetInterval(interval)) || FAILED(history->GetStartTime(&start)) ||
+      FAILED(history->GetSamples(&samples, &count)))
+    return false;
+  std::unique_ptr<double, decltype(&CoTaskMemFree)> owned(samples, &CoTaskMemFree);
+  table->columns = {"Time", "BytesPerSecond"};
+  table->rows.clear();
+  for (LONG i = 0; i < count; ++i) {
+    std::vector<CVariant> row;
+    row.push_back(CVariant::Str(FromUtf8(IsoTime(start + static_cast<ZemoTime>(i) * static_cast<ZemoTime>(*interval) * 1000000000ull))));
+    row.push_back(CVariant::R8(samples[i]));
+    table->rows.push_back(std::move(row));
+  }
+  return true;
 }
 
 uint64_t CellU64(const VARIANT& cell) {
@@ -328,11 +358,44 @@ Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
     }
     statistics[s.selectName] = Json{{"columns", table.columns}, {"rows", std::move(rows)}};
   }
+  TableData traffic;
+  LONG interval = 0;
+  if (ReadTraffic(analysis, &traffic, &interval)) {
+    Json rows = Json::array();
+    for (const auto& row : traffic.rows) rows.push_back(Json{CellJson(row[0]), CellJson(row[1])});
+    statistics["dashboardstats"] =
+        Json{{"interval_seconds", interval}, {"columns", traffic.columns}, {"rows", std::move(rows)}};
+  }
   Json doc;
   doc["capture"] = std::move(capture);
   doc["statistics"] = std::move(statistics);
   doc["warnings"] = info.warnings;
   return doc;
+}
+
+// The traffic series in at most kTrafficRows lines: consecutive samples are
+// averaged in groups when there are more.
+void PrintTraffic(std::FILE* out, const Analysis& analysis) {
+  constexpr size_t kTrafficRows = 30;
+  TableData t;
+  LONG interval = 0;
+  if (!ReadTraffic(analysis, &t, &interval) || t.rows.empty()) return;
+  const size_t group = (t.rows.size() + kTrafficRows - 1) / kTrafficRows;
+  std::vector<std::pair<std::string, double>> lines;
+  double peak = 0;
+  for (size_t i = 0; i < t.rows.size(); i += group) {
+    size_t end = std::min(t.rows.size(), i + group);
+    double sum = 0;
+    for (size_t k = i; k < end; ++k) sum += t.rows[k][1].dblVal;
+    lines.emplace_back(CellText(t.rows[i][0]), sum / static_cast<double>(end - i));
+    peak = std::max(peak, lines.back().second);
+  }
+  std::fprintf(out, "\nTraffic (%ld s per line)\n", static_cast<long>(interval) * static_cast<long>(group));
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& [time, rate] : lines)
+    rows.push_back({time, Fixed(rate * 8 / 1000, 2),
+                    std::string(peak > 0 ? static_cast<size_t>(rate / peak * 40 + 0.5) : 0, '#')});
+  PrintTable(out, {"From", "kbit/s", ""}, rows, {false, true, false});
 }
 
 void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top) {
@@ -367,6 +430,7 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
     std::iota(all.begin(), all.end(), 0);
     if (!all.empty()) PrintRows(out, t, all, {{"Stat", "Kind"}, {"Value", "Packets"}});
   });
+  PrintTraffic(out, analysis);
   const std::vector<std::pair<const char*, const char*>> nodeColumns = {
       {"Node", "Node"},           {"PacketsSent", "Packets sent"}, {"PacketsReceived", "Packets received"},
       {"BytesSent", "Bytes sent"}, {"BytesReceived", "Bytes received"}};

@@ -208,6 +208,22 @@ TEST_F(GeneratedSample, TheJsonDocumentAgreesWithTheRecord) {
       EXPECT_EQ(figures, it->second) << node;
     }
   }
+  if (doc["statistics"].contains("dashboardstats")) {
+    // The series starts at the first packet and holds the bytes of every
+    // interval closed by a tick; the last, open one is not in it yet.
+    const json& traffic = doc["statistics"]["dashboardstats"];
+    const uint64_t interval = traffic["interval_seconds"].get<uint64_t>();
+    const json& rows = traffic["rows"];
+    ASSERT_FALSE(rows.empty());
+    EXPECT_EQ(capture["start"], rows[0][0]);
+    const uint64_t covered = rows.size() * interval * 1000000000ull;
+    uint64_t inClosedIntervals = 0;
+    for (const GeneratedFrame& g : Record())
+      if (g.time - Record().front().time < covered) inClosedIntervals += g.wireLength;
+    double sum = 0;
+    for (const json& row : rows) sum += row[1].get<double>() * static_cast<double>(interval);
+    EXPECT_DOUBLE_EQ(static_cast<double>(inClosedIntervals), sum);
+  }
   if (doc["statistics"].contains("conversationstats")) {
     // A conversation between the logical and one between the physical addresses of each frame.
     std::map<std::tuple<std::string, std::string, std::string>, uint64_t> expected;
