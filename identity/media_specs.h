@@ -106,7 +106,7 @@ inline bool SpecsEqual(const MediaSpec& a, const MediaSpec& b) {
 
 // The group-address tests, over the value bytes of types 10, 11, 13, 21 and
 // 25; false for any other type. IsBroadcast and IsMulticast also need every
-// bit of the type's full mask in the spec's mask.
+// bit of the type's full mask in the value's mask.
 bool IsBroadcast(const MediaSpec& spec);
 bool IsMulticast(const MediaSpec& spec);
 bool IsGroupAddress(const MediaSpec& spec);
