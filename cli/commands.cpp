@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -24,12 +25,13 @@ void OnSignal(int) {
   if (CaptureSource* s = g_live.load()) s->BreakLoop();
 }
 
-// Ctrl-C and termination end a live capture cleanly, with its report.
+// Ctrl-C and termination end a live capture cleanly, with its report. The
+// handlers go in before anything slow happens (opening the interface, loading
+// the module), so that an early interrupt is a clean stop too.
 class StopOnSignal {
  public:
-  explicit StopOnSignal(CaptureSource* source) {
+  StopOnSignal() {
     g_stop = false;
-    g_live = source;
     struct sigaction sa {};
     sa.sa_handler = OnSignal;
     sigemptyset(&sa.sa_mask);
@@ -39,11 +41,17 @@ class StopOnSignal {
   ~StopOnSignal() {
     sigaction(SIGINT, &m_int, nullptr);
     sigaction(SIGTERM, &m_term, nullptr);
-    g_live = nullptr;
   }
 
  private:
   struct sigaction m_int {}, m_term {};
+};
+
+// While it lives, a signal also breaks the source's wait for packets.
+class SignalBreaks {
+ public:
+  explicit SignalBreaks(CaptureSource* source) { g_live = source; }
+  ~SignalBreaks() { g_live = nullptr; }
 };
 
 void Fail(const std::string& message) { std::fprintf(stderr, "zemostats: %s\n", message.c_str()); }
@@ -100,8 +108,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
                             ") is not decoded: its frames count in totals, sizes, history and errors, without "
                             "addresses or protocols");
 
-  std::unique_ptr<StopOnSignal> signals;
-  if (live) signals = std::make_unique<StopOnSignal>(&source);
+  SignalBreaks breaks(live ? &source : nullptr);
   uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
   bool dataError = false;
   {
@@ -129,7 +136,11 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
       if (g_stop || (deadline && MonotonicNs() >= deadline)) break;
     }
   }
-  signals.reset();
+  // Past the loop a second interrupt ends the program as usual.
+  if (live) {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+  }
   analysis.Finish();
 
   for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
@@ -169,6 +180,7 @@ int AnalyzeCommand(const std::string& path, const OutputOptions& output) {
 }
 
 int CaptureCommand(const LiveOptions& live, const OutputOptions& output) {
+  StopOnSignal signals;
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenLive(live.interface, &error);
   if (!source) {

@@ -6,8 +6,10 @@
 
 #include <vector>
 
+#include "frame/delta_save.h"
 #include "frame/engine_interfaces.h"
 #include "frame/hash_map.h"
+#include "frame/persist_interfaces.h"
 #include "frame/stats_interfaces.h"
 #include "identity/identity_interfaces.h"
 #include "platform/object.h"
@@ -27,7 +29,9 @@ struct StatsContextResetAs : I {
 class StatsContext final
     : public Object<StatsContext, StatsContextResetAs<IZemoStatsContext, false>, IProcessPacket, IProcessTime,
                     IPacketProcessorEvents, StatsContextResetAs<IResetProcessing, false>,
-                    StatsContextResetAs<IResetStatistics, true>, IObjectWithSite, IUpdateSummaryStats> {
+                    StatsContextResetAs<IResetStatistics, true>, PersistStreamByDeltas<StatsContext>,
+                    ISaveStreamDeltas, PersistXmlByDeltas<StatsContext>, IPersistXmlDeltas, IPersistFile,
+                    IObjectWithSite, ISelectableObject, IUpdateSummaryStats> {
  public:
   ~StatsContext();
   // Creates the identity tables and links them.
@@ -78,6 +82,28 @@ class StatsContext final
   // IUpdateSummaryStats
   HRESULT UpdateSummaryStats(IUnknown* snapshot) override;
 
+  // IPersistStream, ISaveStreamDeltas, IPersistFile
+  HRESULT GetClassID(CLSID* out) override;
+  HRESULT IsDirty() override { return S_OK; }
+  HRESULT Load(IStream* stream) override;
+  HRESULT GetSizeMax(ULARGE_INTEGER* size) override;
+  HRESULT SaveDeltas(IStream* stream, ZemoTime* since) override;
+  HRESULT Load(LPCOLESTR, DWORD) override { return E_NOTIMPL; }
+  HRESULT Save(LPCOLESTR fileName, BOOL remember) override;
+  HRESULT SaveCompleted(LPCOLESTR) override { return S_OK; }
+  HRESULT GetCurFile(LPOLESTR*) override { return E_NOTIMPL; }
+
+  // IPersistXml, IPersistXmlDeltas
+  HRESULT Load(IUnknown* document, IUnknown* node) override;
+  HRESULT SaveDeltas(IUnknown* document, IUnknown* node, ZemoTime* since) override;
+
+  // ISelectableObject
+  HRESULT GetSelectName(BSTR* name) override;
+  HRESULT GetSelectFlag(ULONG* flag) override;
+  HRESULT GetSelectParams(ISelectParams** params) override;
+  HRESULT Select(ISelectParams* params, IUnknown** out) override;
+  HRESULT GetTable(IDataTable** table) override;
+
   // The reset behind every Reset; statisticsReset prefers a statistic's
   // IResetStatistics to its IZemoStats::Reset.
   HRESULT ResetContext(bool statisticsReset);
@@ -102,6 +128,19 @@ class StatsContext final
   ZemoTime StopTimeOrNow() const;
   template <class Fn>
   HRESULT ForEachEventSink(Fn&& fn);
+  // The capture-wide facts as a saved context carries them.
+  struct SavedHeader {
+    ULONG mediaType = 0;
+    ULONG mediaSubType = 0;
+    ULONGLONG linkSpeed = 0;
+    ZemoTime startTime = 0;
+    ZemoTime stopTime = 0;
+    ULONGLONG totalPackets = 0;
+    ULONGLONG totalBytes = 0;
+  };
+  void StoreHeader(const SavedHeader& header) noexcept;
+  // The statistic under key, created by its class and added if there is none.
+  ComPtr<IZemoStats> FindOrCreateStats(REFCLSID clsid, REFCLSID key);
 
   ULONG m_mediaType = 0;
   ULONG m_mediaSubType = 0;
