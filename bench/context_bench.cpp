@@ -3,13 +3,14 @@
 #include <benchmark/benchmark.h>
 
 #include "context/stats_context.h"
+#include "engine/packet_builder.h"
 #include "engine/engine.h"
 
 namespace {
 
 using zemo::ComPtr;
 
-class BenchPacket final : public zemo::Object<BenchPacket, IPacket> {
+class BenchPacket final : public zemo::Object<BenchPacket, zemo::PacketStub> {
  public:
   HRESULT GetTimeStamp(ZemoTime* t) override {
     *t = m_time += 1000;
@@ -21,20 +22,6 @@ class BenchPacket final : public zemo::Object<BenchPacket, IPacket> {
   }
   HRESULT GetSliceLength(USHORT* n) override { return *n = 0, S_OK; }
   HRESULT GetCaptureLength(USHORT* n) override { return *n = 512, S_OK; }
-  HRESULT GetPacketData(const BYTE**) override { return E_NOTIMPL; }
-  HRESULT GetMediaInfo(const BYTE**, ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetPacketClass(LONG*) override { return E_NOTIMPL; }
-  HRESULT GetFlags(ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetFrameProtoSpecId(USHORT*) override { return E_NOTIMPL; }
-  HRESULT GetProtoSpecId(ULONG*) override { return E_NOTIMPL; }
-  HRESULT TestStatus(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT TestFlags(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsWireless(BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasChannelNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasLineNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsError(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsMulticast(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsBroadcast(BOOL*) override { return E_NOTIMPL; }
 
  private:
   ZemoTime m_time = 130000000000000000ull;

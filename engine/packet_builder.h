@@ -17,6 +17,31 @@
 
 namespace zemo {
 
+// The base of a hand-made test packet: every IPacket operation answers
+// E_NOTIMPL until the packet overrides it. Listed in the object skeleton in
+// place of IPacket: Object<MyPacket, PacketStub, ...>.
+struct PacketStub : IPacket {
+  using interface_type = IPacket;
+  HRESULT GetPacketData(const BYTE**) override { return E_NOTIMPL; }
+  HRESULT GetMediaInfo(const BYTE**, ULONG*) override { return E_NOTIMPL; }
+  HRESULT GetPacketClass(LONG*) override { return E_NOTIMPL; }
+  HRESULT GetPacketLength(USHORT*) override { return E_NOTIMPL; }
+  HRESULT GetSliceLength(USHORT*) override { return E_NOTIMPL; }
+  HRESULT GetCaptureLength(USHORT*) override { return E_NOTIMPL; }
+  HRESULT GetFlags(ULONG*) override { return E_NOTIMPL; }
+  HRESULT GetTimeStamp(ZemoTime*) override { return E_NOTIMPL; }
+  HRESULT GetFrameProtoSpecId(USHORT*) override { return E_NOTIMPL; }
+  HRESULT GetProtoSpecId(ULONG*) override { return E_NOTIMPL; }
+  HRESULT TestStatus(ULONG, BOOL*) override { return E_NOTIMPL; }
+  HRESULT TestFlags(ULONG, BOOL*) override { return E_NOTIMPL; }
+  HRESULT IsWireless(BOOL*) override { return E_NOTIMPL; }
+  HRESULT HasChannelNumber(BOOL*) override { return E_NOTIMPL; }
+  HRESULT HasLineNumber(BOOL*) override { return E_NOTIMPL; }
+  HRESULT IsError(BOOL*) override { return E_NOTIMPL; }
+  HRESULT IsMulticast(BOOL*) override { return E_NOTIMPL; }
+  HRESULT IsBroadcast(BOOL*) override { return E_NOTIMPL; }
+};
+
 class PacketBuilder {
  public:
   using Mac = std::array<uint8_t, 6>;

@@ -1,4 +1,5 @@
 #include "context/stats_context.h"
+#include "engine/packet_builder.h"
 
 #include <gtest/gtest.h>
 
@@ -112,7 +113,7 @@ class ListeningStats final
   IUnknown* lastSnapshot = nullptr;
 };
 
-class FakePacket final : public zemo::Object<FakePacket, IPacket> {
+class FakePacket final : public zemo::Object<FakePacket, zemo::PacketStub> {
  public:
   HRESULT GetTimeStamp(ZemoTime* t) override {
     if (FAILED(timeStampResult)) return timeStampResult;
@@ -126,20 +127,6 @@ class FakePacket final : public zemo::Object<FakePacket, IPacket> {
   }
   HRESULT GetSliceLength(USHORT* n) override { return *n = capturedLength, S_OK; }
   HRESULT GetCaptureLength(USHORT* n) override { return *n = capturedLength, S_OK; }
-  HRESULT GetPacketData(const BYTE**) override { return E_NOTIMPL; }
-  HRESULT GetMediaInfo(const BYTE**, ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetPacketClass(LONG*) override { return E_NOTIMPL; }
-  HRESULT GetFlags(ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetFrameProtoSpecId(USHORT*) override { return E_NOTIMPL; }
-  HRESULT GetProtoSpecId(ULONG*) override { return E_NOTIMPL; }
-  HRESULT TestStatus(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT TestFlags(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsWireless(BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasChannelNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasLineNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsError(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsMulticast(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsBroadcast(BOOL*) override { return E_NOTIMPL; }
 
   ZemoTime time = 0;
   USHORT wireLength = 64;

@@ -99,7 +99,7 @@ TEST_F(NodeStatsPackets, MissingAndEqualAddressesTouchOnlyWhatIsThere) {
 
 // A packet whose every answer the test chooses, and which counts the
 // questions: IsError must not be asked of a wired packet.
-class ProbePacket final : public zemo::Object<ProbePacket, IPacket, IPacketAddresses> {
+class ProbePacket final : public zemo::Object<ProbePacket, zemo::PacketStub, IPacketAddresses> {
  public:
   HRESULT GetTimeStamp(ZemoTime* t) override { return *t = kT0, S_OK; }
   HRESULT GetPacketLength(USHORT* n) override { return *n = 70, S_OK; }
@@ -113,21 +113,6 @@ class ProbePacket final : public zemo::Object<ProbePacket, IPacket, IPacketAddre
   // Fails after writing a class and type: the address still counts as absent.
   HRESULT GetLogicalSource(MediaSpec* s) override { return *s = kIpA, E_FAIL; }
   HRESULT GetLogicalDestination(MediaSpec* s) override { return *s = kIpB, E_FAIL; }
-
-  HRESULT GetPacketData(const BYTE**) override { return E_NOTIMPL; }
-  HRESULT GetMediaInfo(const BYTE**, ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetPacketClass(LONG*) override { return E_NOTIMPL; }
-  HRESULT GetSliceLength(USHORT*) override { return E_NOTIMPL; }
-  HRESULT GetCaptureLength(USHORT*) override { return E_NOTIMPL; }
-  HRESULT GetFlags(ULONG*) override { return E_NOTIMPL; }
-  HRESULT GetFrameProtoSpecId(USHORT*) override { return E_NOTIMPL; }
-  HRESULT GetProtoSpecId(ULONG*) override { return E_NOTIMPL; }
-  HRESULT TestStatus(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT TestFlags(ULONG, BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasChannelNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT HasLineNumber(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsMulticast(BOOL*) override { return E_NOTIMPL; }
-  HRESULT IsBroadcast(BOOL*) override { return E_NOTIMPL; }
   HRESULT GetProtocol(MediaSpec*) override { return E_NOTIMPL; }
   HRESULT GetBSSID(MediaSpec*) override { return E_NOTIMPL; }
   HRESULT GetWirelessReceiver(MediaSpec*) override { return E_NOTIMPL; }
