@@ -8,6 +8,7 @@
 
 #include <vector>
 
+#include "bench_hosts.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -18,16 +19,11 @@ namespace {
 
 using namespace zemo;
 
-MediaSpec HostMac(uint32_t i) {
-  return specs::Make(specs::kTypeEthernet, {0x02, 0x00, uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)});
-}
-MediaSpec HostIp(uint32_t i) { return specs::Ipv4(uint8_t(10 + (i >> 24)), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)); }
+using bench::HostIp;
+using bench::HostMac;
 
 void SetHosts(Packet& p, const MediaSpec* macs, const MediaSpec* ips, uint32_t from, uint32_t to) {
-  p.SetAddress(PacketAddress::kPhysicalSource, macs[from]);
-  p.SetAddress(PacketAddress::kLogicalSource, ips[from]);
-  p.SetAddress(PacketAddress::kPhysicalDestination, macs[to]);
-  p.SetAddress(PacketAddress::kLogicalDestination, ips[to]);
+  bench::SetHosts(p, macs[from], ips[from], macs[to], ips[to]);
 }
 
 void BM_NodeStatsPacket(benchmark::State& state) {

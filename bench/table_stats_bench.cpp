@@ -8,6 +8,7 @@
 
 #include <vector>
 
+#include "bench_hosts.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -24,18 +25,11 @@ using namespace zemo;
 constexpr uint32_t kHosts = 5000;
 constexpr uint32_t kPairs = 25000;
 
-MediaSpec HostMac(uint32_t i) {
-  return specs::Make(specs::kTypeEthernet, {0x02, 0x00, uint8_t(i >> 24), uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)});
-}
-MediaSpec HostIp(uint32_t i) { return specs::Ipv4(10, uint8_t(i >> 16), uint8_t(i >> 8), uint8_t(i)); }
+using bench::HostIp;
+using bench::HostMac;
+using bench::Pair;
 
-struct Pair {
-  uint32_t from, to;
-};
-Pair PairOf(uint32_t k) {
-  uint32_t from = k % kHosts;
-  return {from, (from + 1 + k / kHosts) % kHosts};
-}
+Pair PairOf(uint32_t k) { return bench::PairOf(k, kHosts); }
 
 // state.range(0): 1 adds NodeStats to the three.
 void BM_TableStatsPacket(benchmark::State& state) {
@@ -55,11 +49,7 @@ void BM_TableStatsPacket(benchmark::State& state) {
   PacketBuilder p;
   p.Time(130000000000000000ull).Length(512).Layers({proto::kEthernetII, proto::kIpv4, proto::kTcp});
   auto send = [&](Pair pair) {
-    Packet& t = p.Target();
-    t.SetAddress(PacketAddress::kPhysicalSource, macs[pair.from]);
-    t.SetAddress(PacketAddress::kLogicalSource, ips[pair.from]);
-    t.SetAddress(PacketAddress::kPhysicalDestination, macs[pair.to]);
-    t.SetAddress(PacketAddress::kLogicalDestination, ips[pair.to]);
+    bench::SetHosts(p.Target(), macs[pair.from], ips[pair.from], macs[pair.to], ips[pair.to]);
     return context->ProcessPacket(p.Get());
   };
   for (uint32_t k = 0; k < kPairs; ++k) send(PairOf(k));

@@ -1,6 +1,7 @@
 #include "frame/class_table.h"
 
 #include "context/stats_context.h"
+#include "context/stats_context_collection.h"
 #include "frame/clsids.h"
 #include "frame/iids.h"
 #include "identity/entity_table.h"
@@ -37,7 +38,7 @@ const ClassInfo kClasses[] = {
     {u"NodeStats", CLSID_NodeStats, false, &CreateClass<NodeStats>, {&IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"NodeStatsHierarchy", CLSID_NodeStatsHierarchy, false, nullptr, {&IID_INodeStatsHierarchy, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"NodeStatsTracker", CLSID_NodeStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_INodeStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
-    {u"ZemoStatsContextCollection", CLSID_ZemoStatsContextCollection, true, nullptr, {&IID_IZemoStatsContextCollection, &IID_IPersistXml}},
+    {u"ZemoStatsContextCollection", CLSID_ZemoStatsContextCollection, true, &CreateClass<ZemoStatsContextCollection>, {&IID_IZemoStatsContextCollection, &IID_IPersistXml}},
     {u"ZemoStatsLimitSettings", CLSID_ZemoStatsLimitSettings, false, &CreateClass<ZemoStatsLimitSettings>, {&IID_IZemoStatsLimitSettings, &IID_IPersistXml}},
     {u"ProtocolStats", CLSID_ProtocolStats, false, &CreateClass<ProtocolStats>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"ProtocolStatsByID", CLSID_ProtocolStatsByID, false, &CreateClass<ProtocolStatsByID>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},

@@ -40,8 +40,10 @@ template <class D>
 HRESULT CreateClass(IUnknown* outer, REFIID iid, void** out) {
   if (!out) return E_POINTER;
   *out = nullptr;
-  if (outer && !D::kAggregatable) return CLASS_E_NOAGGREGATION;
-  return D::CreateObject(iid, out);
+  if constexpr (D::kAggregatable)
+    return D::CreateAggregated(outer, iid, out);
+  else
+    return outer ? CLASS_E_NOAGGREGATION : D::CreateObject(iid, out);
 }
 
 }  // namespace zemo

@@ -88,3 +88,11 @@ struct IZemoStatsContext : IUnknown {
   virtual HRESULT SetAdapterInfo(IAdapterInfo* info) = 0;
   virtual HRESULT AddStatsOrder(REFCLSID first, REFCLSID second) = 0;
 };
+
+struct IZemoStatsContextCollection : IUnknown {
+  static constexpr IID iid = IID_IZemoStatsContextCollection;
+  virtual HRESULT GetContextCount(LONG* count) = 0;
+  virtual HRESULT GetContextAt(LONG index, IZemoStatsContext** context) = 0;
+  virtual HRESULT AddContext(IZemoStatsContext* context) = 0;
+  virtual HRESULT RemoveAllContexts() = 0;
+};

@@ -34,14 +34,6 @@ ComPtr<IXMLDOMNode> CreateTextNode(IXMLDOMDocument* document, std::u16string_vie
   return node;
 }
 
-void Append(IXMLDOMNode* parent, IXMLDOMNode* child) { CheckHr(parent->appendChild(child, nullptr)); }
-
-ComPtr<IXMLDOMElement> CreateElement(IXMLDOMDocument* document, std::u16string_view name) {
-  ComPtr<IXMLDOMElement> element;
-  CheckHr(document->createElement(CBstr(name).Get(), element.ReleaseAndGetAddressOf()));
-  return element;
-}
-
 // The attribute as text, or false when absent.
 bool AttributeText(IXMLDOMElement* element, std::u16string_view name, std::u16string& text) {
   CVariant value;
@@ -106,27 +98,27 @@ ComPtr<IXMLDOMDocument> OwnerOf(IXMLDOMNode* node) {
 void SaveEntry(IXMLDOMDocument* document, IXMLDOMNode* parent, std::u16string_view name, const VARIANT& value) {
   if (value.vt & VT_ARRAY) AtlThrow(E_NOTIMPL);
   if (value.vt == VT_UNKNOWN || value.vt == VT_DISPATCH) {
-    ComPtr<IXMLDOMElement> obj = CreateElement(document, u"obj");
+    ComPtr<IXMLDOMElement> obj = CreateXmlElement(document, u"obj");
     SetAttribute(obj.Get(), u"name", name);
     IUnknown* object = value.punkVal;
     if (!object) {
       SetAttribute(obj.Get(), u"null", u"1");
-      Append(parent, obj.Get());
+      AppendXmlChild(parent, obj.Get());
       return;
     }
     SetAttribute(obj.Get(), u"clsid", ClsidText(ClassOf(object)));
-    Append(parent, obj.Get());
+    AppendXmlChild(parent, obj.Get());
     ComPtr<IPersistXml> persist;
     CheckHr(QueryTo(object, &persist));
     CheckHr(persist->Save(document, obj.Get(), FALSE));
     return;
   }
   std::u16string text = XmlText(value);  // before anything is written: a value without text form fails clean
-  ComPtr<IXMLDOMElement> prop = CreateElement(document, u"prop");
+  ComPtr<IXMLDOMElement> prop = CreateXmlElement(document, u"prop");
   SetAttribute(prop.Get(), u"name", name);
   SetAttribute(prop.Get(), u"type", static_cast<uint32_t>(value.vt));
-  Append(prop.Get(), CreateTextNode(document, text).Get());
-  Append(parent, prop.Get());
+  AppendXmlChild(prop.Get(), CreateTextNode(document, text).Get());
+  AppendXmlChild(parent, prop.Get());
 }
 
 void LoadProp(IXMLDOMElement* prop, PropertyList& list) {
@@ -206,7 +198,7 @@ ComPtr<IXMLDOMDocument> CreateXmlDocument() {
   ComPtr<IXMLDOMNode> pi;
   CheckHr(document->createProcessingInstruction(CBstr(u"xml").Get(), CBstr(u"version=\"1.0\" encoding=\"utf-8\"").Get(),
                                                 pi.ReleaseAndGetAddressOf()));
-  Append(document.Get(), pi.Get());
+  AppendXmlChild(document.Get(), pi.Get());
   return document;
 }
 
@@ -248,7 +240,7 @@ void IndentXmlDocument(IXMLDOMDocument* document) {
     Level& level = stack.back();
     if (!level.next) {
       if (!level.firstIsText)
-        Append(level.node.Get(), CreateTextNode(document, lineBreak(level.depth - 1)).Get());
+        AppendXmlChild(level.node.Get(), CreateTextNode(document, lineBreak(level.depth - 1)).Get());
       stack.pop_back();
       continue;
     }
@@ -301,10 +293,29 @@ ComPtr<IXMLDOMElement> SelectXmlElement(IXMLDOMNode* node, std::u16string_view p
   return found ? found.Query<IXMLDOMElement>() : nullptr;
 }
 
+ComPtr<IXMLDOMElement> CreateXmlElement(IXMLDOMDocument* document, std::u16string_view name) {
+  if (!document) AtlThrow(E_POINTER);
+  ComPtr<IXMLDOMElement> element;
+  CheckHr(document->createElement(CBstr(name).Get(), element.ReleaseAndGetAddressOf()));
+  return element;
+}
+
+void AppendXmlChild(IXMLDOMNode* parent, IXMLDOMNode* child) {
+  if (!parent || !child) AtlThrow(E_POINTER);
+  CheckHr(parent->appendChild(child, nullptr));
+}
+
+std::u16string XmlElementName(IXMLDOMElement* element) {
+  if (!element) AtlThrow(E_POINTER);
+  CBstr tag;
+  CheckHr(element->get_tagName(tag.Out()));
+  return std::u16string(tag.View());
+}
+
 ComPtr<IXMLDOMElement> CreateChildElement(IXMLDOMDocument* document, IXMLDOMNode* parent, std::u16string_view name) {
   if (!document || !parent) AtlThrow(E_POINTER);
-  ComPtr<IXMLDOMElement> element = CreateElement(document, name);
-  Append(parent, element.Get());
+  ComPtr<IXMLDOMElement> element = CreateXmlElement(document, name);
+  AppendXmlChild(parent, element.Get());
   return element;
 }
 
@@ -350,9 +361,9 @@ bool GetChildVariant(IXMLDOMNode* node, std::u16string_view name, VARTYPE vt, CV
 
 void SetChildText(IXMLDOMDocument* document, IXMLDOMNode* parent, std::u16string_view name, const VARIANT& value) {
   if (!document || !parent) AtlThrow(E_POINTER);
-  ComPtr<IXMLDOMElement> element = CreateElement(document, name);
+  ComPtr<IXMLDOMElement> element = CreateXmlElement(document, name);
   if (value.vt != VT_EMPTY) CheckHr(element->put_text(CBstr(XmlText(value)).Get()));
-  Append(parent, element.Get());
+  AppendXmlChild(parent, element.Get());
 }
 
 bool GetAttributeVariant(IXMLDOMElement* element, std::u16string_view name, VARTYPE vt, CVariant& value) {
@@ -377,7 +388,7 @@ ComPtr<IXMLDOMNode> SavePropertyList(IXMLDOMDocument* document, const PropertyLi
   ComPtr<IXMLDOMNode> target = parent;
   if (!target) {
     if (name.empty()) AtlThrow(E_POINTER);
-    target = CreateElement(document, name);
+    target = CreateXmlElement(document, name);
   }
   for (const auto& entry : list) SaveEntry(document, target.Get(), entry.m_key, entry.m_value);
   return target;
@@ -395,11 +406,10 @@ void LoadPropertyList(IXMLDOMNode* element, PropertyList& list) {
   for (ComPtr<IXMLDOMNode> child = FirstChild(element); child; child = NextSibling(child.Get())) {
     if (NodeType(child.Get()) != NODE_ELEMENT) continue;
     auto item = child.Query<IXMLDOMElement>();
-    CBstr tag;
-    CheckHr(item->get_tagName(tag.Out()));
-    if (WideCompareNoCase(tag.View(), u"prop") == 0) {
+    std::u16string tag = XmlElementName(item.Get());
+    if (WideCompareNoCase(tag, u"prop") == 0) {
       LoadProp(item.Get(), list);
-    } else if (WideCompareNoCase(tag.View(), u"obj") == 0) {
+    } else if (WideCompareNoCase(tag, u"obj") == 0) {
       if (!document) document = OwnerOf(element);
       LoadObj(document.Get(), item.Get(), list);
     }

@@ -64,6 +64,12 @@ ComPtr<IXMLDOMElement> SelectXmlElement(IXMLDOMNode* node, std::u16string_view p
 // whatever its name.
 void ForEachChildElement(IXMLDOMNode* node, const std::function<void(IXMLDOMElement*)>& fn);
 
+// A new element that is not yet part of the tree, and the appending of a child.
+ComPtr<IXMLDOMElement> CreateXmlElement(IXMLDOMDocument* document, std::u16string_view name);
+void AppendXmlChild(IXMLDOMNode* parent, IXMLDOMNode* child);
+// The tag name of an element.
+std::u16string XmlElementName(IXMLDOMElement* element);
+
 // A new element, appended to parent.
 ComPtr<IXMLDOMElement> CreateChildElement(IXMLDOMDocument* document, IXMLDOMNode* parent, std::u16string_view name);
 

@@ -11,10 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The identity tables the context makes for itself need the host's engine.
   static const bool engine = RegisterEngineClasses() == S_OK;
   fuzz::Require(engine);
-  std::u16string text = FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
-  VARIANT_BOOL loaded = VARIANT_FALSE;
-  if (document->loadXML(CBstr(text).Get(), &loaded) != S_OK) return 0;
+  ComPtr<IXMLDOMDocument> document = fuzz::ParsedDocument(data, size);
+  if (!document) return 0;
   ComPtr<IUnknown> context = fuzz::NewObject(CLSID_StatsContext);
   HRESULT hr = LoadObjectFromXml(context.Get(), document.Get(), document.Get());
   // Usable whatever happened: the stream form saves every statistic it holds.

@@ -66,10 +66,9 @@ CBstr CounterMarkup(T* stats) {
 template <class T>
 void FuzzCounterXml(const uint8_t* data, size_t size) {
   if (size < 1) return;
-  std::u16string text = FromUtf8(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1));
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
+  ComPtr<IXMLDOMDocument> document = ParsedDocument(data + 1, size - 1);
+  if (!document) return;
   VARIANT_BOOL loaded = VARIANT_FALSE;
-  if (document->loadXML(CBstr(text).Get(), &loaded) != S_OK) return;
   StatsContext* context = MediumContext(data[0]);
   auto stats = AddedTo<T>(context);
   HRESULT hr = stats->Load(document.Get(), document.Get());

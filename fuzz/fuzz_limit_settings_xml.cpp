@@ -28,10 +28,8 @@ Values Read(IUnknown* object) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zemo;
   using fuzz::Require;
-  std::u16string text = FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
-  VARIANT_BOOL loaded = VARIANT_FALSE;
-  if (document->loadXML(CBstr(text).Get(), &loaded) != S_OK) return 0;
+  ComPtr<IXMLDOMDocument> document = fuzz::ParsedDocument(data, size);
+  if (!document) return 0;
   ComPtr<IUnknown> object = fuzz::NewObject(CLSID_ZemoStatsLimitSettings);
   HRESULT hr = LoadObjectFromXml(object.Get(), document.Get(), document.Get());
   Require(hr == S_OK || hr == E_FAIL);

@@ -29,6 +29,15 @@ inline ComPtr<IUnknown> NewObject(REFCLSID clsid) {
   return object;
 }
 
+// The bytes as the UTF-8 text of a document; null when it does not parse.
+inline ComPtr<IXMLDOMDocument> ParsedDocument(const uint8_t* data, size_t size) {
+  std::u16string text = FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
+  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
+  VARIANT_BOOL loaded = VARIANT_FALSE;
+  if (document->loadXML(CBstr(text).Get(), &loaded) != S_OK) return nullptr;
+  return document;
+}
+
 inline std::vector<uint8_t> SavedBytes(IUnknown* object) {
   auto stream = CreateMemoryStream();
   Require(SaveObjectToStream(object, stream.Get(), TRUE) == S_OK);
@@ -73,10 +82,9 @@ inline CBstr SavedXml(IUnknown* object) {
 }
 
 inline void FuzzXmlLoad(REFCLSID clsid, const uint8_t* data, size_t size) {
-  std::u16string text = FromUtf8(std::string_view(reinterpret_cast<const char*>(data), size));
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
+  ComPtr<IXMLDOMDocument> document = ParsedDocument(data, size);
+  if (!document) return;
   VARIANT_BOOL loaded = VARIANT_FALSE;
-  if (document->loadXML(CBstr(text).Get(), &loaded) != S_OK) return;
   ComPtr<IUnknown> object = NewObject(clsid);
   HRESULT hr = LoadObjectFromXml(object.Get(), document.Get(), document.Get());
   Require(hr != E_UNEXPECTED && hr != E_OUTOFMEMORY);

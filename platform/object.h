@@ -10,6 +10,11 @@
 //     return Locked([&] { CheckOut(out); *out = m_count; });
 //   }
 //
+// A class that may be part of an aggregate sets kAggregatable. Created with an
+// outer object, its interfaces then hand QueryInterface, AddRef and Release to
+// the outer object, and its own identity and lifetime are a separate inner
+// IUnknown, the one pointer the outer object keeps.
+//
 // Where two interfaces carry an operation of the same name and signature that
 // must behave differently, list an adapter in place of each of them: a struct
 // that derives from the interface, declares `using interface_type = I;` and
@@ -92,32 +97,21 @@ class Object : public E... {
   static constexpr bool kCountsInModule = true;
 
   HRESULT QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    void* found = nullptr;
-    if (iid == IUnknown::iid)
-      found = static_cast<IUnknown*>(static_cast<InterfaceOf<First>*>(static_cast<First*>(this)));
-    else
-      (void)((iid == IidOf<InterfaceOf<E>>() &&
-              (found = static_cast<InterfaceOf<E>*>(static_cast<E*>(this)), true)) ||
-             ...);
-    if (!found) return E_NOINTERFACE;
-    AddRef();
-    *out = found;
-    return S_OK;
+    if constexpr (D::kAggregatable)
+      if (m_outer) return m_outer->QueryInterface(iid, out);
+    return OwnQueryInterface(iid, out);
   }
 
-  ULONG AddRef() override { return m_refs.fetch_add(1, std::memory_order_relaxed) + 1; }
+  ULONG AddRef() override {
+    if constexpr (D::kAggregatable)
+      if (m_outer) return m_outer->AddRef();
+    return OwnAddRef();
+  }
 
   ULONG Release() override {
-    ULONG left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) {
-      m_refs.store(kDestroyedRefCount, std::memory_order_relaxed);
-      D* self = static_cast<D*>(this);
-      self->FinalRelease();
-      delete self;
-    }
-    return left;
+    if constexpr (D::kAggregatable)
+      if (m_outer) return m_outer->Release();
+    return OwnRelease();
   }
 
   // The owning interface pointer without a reference added.
@@ -142,6 +136,28 @@ class Object : public E... {
     HRESULT hr = Boundary([&]() -> HRESULT { return p->FinalConstruct(); });
     if (SUCCEEDED(hr)) hr = p->QueryInterface(iid, out);
     p->Release();
+    return hr;
+  }
+
+  // Creation as part of the aggregate of outer, which can only ask for
+  // IUnknown: what it gets is the inner IUnknown that owns the object.
+  static HRESULT CreateAggregated(IUnknown* outer, REFIID iid, void** out) noexcept {
+    static_assert(D::kAggregatable, "the class refuses aggregation");
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (!outer) return CreateObject(iid, out);
+    if (iid != IUnknown::iid) return CLASS_E_NOAGGREGATION;
+    D* p = nullptr;
+    try {
+      p = new D();
+    } catch (...) {
+      return E_OUTOFMEMORY;
+    }
+    p->m_outer = outer;
+    p->OwnAddRef();
+    HRESULT hr = Boundary([&]() -> HRESULT { return p->FinalConstruct(); });
+    if (SUCCEEDED(hr)) hr = p->OwnQueryInterface(iid, out);
+    p->OwnRelease();
     return hr;
   }
 
@@ -186,8 +202,52 @@ class Object : public E... {
   }
 
  private:
+  // The non-delegating IUnknown of an aggregated object.
+  struct InnerUnknown final : IUnknown {
+    explicit InnerUnknown(Object* owner) noexcept : m_owner(owner) {}
+    HRESULT QueryInterface(REFIID iid, void** out) override { return m_owner->OwnQueryInterface(iid, out); }
+    ULONG AddRef() override { return m_owner->OwnAddRef(); }
+    ULONG Release() override { return m_owner->OwnRelease(); }
+    Object* m_owner;
+  };
+
+  HRESULT OwnQueryInterface(REFIID iid, void** out) {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    void* found = nullptr;
+    if (iid == IUnknown::iid) {
+      if constexpr (D::kAggregatable)
+        if (m_outer) found = static_cast<IUnknown*>(&m_inner);
+      if (!found) found = GetUnknown();
+    } else {
+      (void)((iid == IidOf<InterfaceOf<E>>() &&
+              (found = static_cast<InterfaceOf<E>*>(static_cast<E*>(this)), true)) ||
+             ...);
+    }
+    if (!found) return E_NOINTERFACE;
+    static_cast<IUnknown*>(found)->AddRef();
+    *out = found;
+    return S_OK;
+  }
+
+  ULONG OwnAddRef() noexcept { return m_refs.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+  ULONG OwnRelease() {
+    ULONG left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (left == 0) {
+      m_refs.store(kDestroyedRefCount, std::memory_order_relaxed);
+      D* self = static_cast<D*>(this);
+      self->FinalRelease();
+      delete self;
+    }
+    return left;
+  }
+
   std::atomic<ULONG> m_refs{0};
   mutable std::recursive_mutex m_lock;
+  // Set only while the object is part of an aggregate; not owned.
+  IUnknown* m_outer = nullptr;
+  InnerUnknown m_inner{this};
 };
 
 // A new object of class D, handed out as interface I with one reference.

@@ -207,9 +207,36 @@ TEST(ObjectSkeleton, FailedFinalConstructDestroysTheObject) {
 class Aggregatable final : public zemo::Object<Aggregatable, IAlpha> {
  public:
   static constexpr bool kAggregatable = true;
+  static inline std::atomic<int> s_live{0};
+  Aggregatable() { ++s_live; }
+  ~Aggregatable() { --s_live; }
   HRESULT GetValue(LONG* out) override { return Locked([&] { *out = 1; }); }
   HRESULT Fail(int) override { return E_FAIL; }
   HRESULT Reset() override { return S_OK; }
+};
+
+// A hand-made outer object: it offers IBeta itself and IAlpha through the
+// inner object it keeps by its inner IUnknown.
+class Outer final : public IBeta {
+ public:
+  HRESULT QueryInterface(REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (iid == IUnknown::iid || iid == IBeta::iid) {
+      *out = static_cast<IBeta*>(this);
+      AddRef();
+      return S_OK;
+    }
+    if (iid == IAlpha::iid && inner) return inner->QueryInterface(iid, out);
+    return E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return ++refs; }
+  ULONG Release() override { return --refs; }
+  HRESULT SetValue(LONG) override { return S_OK; }
+  HRESULT Reset() override { return S_OK; }
+
+  ULONG refs = 1;
+  ComPtr<IUnknown> inner;
 };
 
 const zemo::ClassInfo kSampleRow{u"Sample", MakeGuid("11111111-0000-0000-0000-0000000000A1"), false,
@@ -234,7 +261,55 @@ TEST(ClassFactory, IsCachedPerClassAndCreatesObjects) {
   ComPtr<IAlpha> b;
   EXPECT_EQ(CLASS_E_NOAGGREGATION, f1->CreateInstance(a.Get(), IAlpha::iid, b.OutVoid()));
   EXPECT_EQ(nullptr, b.Get());
-  EXPECT_EQ(S_OK, other->CreateInstance(a.Get(), IAlpha::iid, b.OutVoid()));
+  // The outer object of an aggregate can only ask for IUnknown.
+  EXPECT_EQ(CLASS_E_NOAGGREGATION, other->CreateInstance(a.Get(), IAlpha::iid, b.OutVoid()));
+  ComPtr<IUnknown> inner;
+  EXPECT_EQ(S_OK, other->CreateInstance(a.Get(), IUnknown::iid, inner.OutVoid()));
+  EXPECT_NE(nullptr, inner.Get());
+}
+
+TEST(Aggregation, InterfacesDelegateToTheOuterObjectAndTheInnerOwnsTheLifetime) {
+  int live = Aggregatable::s_live;
+  Outer outer;
+  ASSERT_EQ(S_OK, zemo::CreateClass<Aggregatable>(&outer, IUnknown::iid, outer.inner.OutVoid()));
+  EXPECT_EQ(live + 1, Aggregatable::s_live);
+  EXPECT_EQ(1u, outer.refs) << "creation leaves the outer count as it was";
+
+  // The aggregate is one object: IAlpha, got through the outer object, leads
+  // back to the outer object's identity and to its other interfaces.
+  ComPtr<IAlpha> alpha;
+  ASSERT_EQ(S_OK, outer.QueryInterface(IAlpha::iid, alpha.OutVoid()));
+  EXPECT_EQ(2u, outer.refs) << "the inner object's interfaces count on the outer object";
+  LONG v = 0;
+  EXPECT_EQ(S_OK, alpha->GetValue(&v));
+  EXPECT_EQ(1, v);
+  ComPtr<IUnknown> identity;
+  ASSERT_EQ(S_OK, alpha->QueryInterface(IUnknown::iid, identity.OutVoid()));
+  EXPECT_EQ(static_cast<IUnknown*>(static_cast<IBeta*>(&outer)), identity.Get());
+  ComPtr<IBeta> beta;
+  EXPECT_EQ(S_OK, alpha->QueryInterface(IBeta::iid, beta.OutVoid()));
+  identity.Reset();
+  beta.Reset();
+  alpha.Reset();
+  EXPECT_EQ(1u, outer.refs);
+
+  // The inner IUnknown answers for the inner object alone, with its own count.
+  ComPtr<IUnknown> again;
+  ASSERT_EQ(S_OK, outer.inner->QueryInterface(IUnknown::iid, again.OutVoid()));
+  EXPECT_EQ(outer.inner.Get(), again.Get());
+  EXPECT_EQ(E_NOINTERFACE, outer.inner->QueryInterface(IBeta::iid, again.OutVoid()));
+  EXPECT_EQ(nullptr, again.Get());
+  EXPECT_EQ(1u, outer.refs);
+
+  outer.inner.Reset();
+  EXPECT_EQ(live, Aggregatable::s_live) << "releasing the inner IUnknown destroys the inner object";
+
+  // Without an outer object the class is an ordinary one.
+  ComPtr<IAlpha> plain;
+  ASSERT_EQ(S_OK, zemo::CreateClass<Aggregatable>(nullptr, IAlpha::iid, plain.OutVoid()));
+  ComPtr<IUnknown> plainIdentity;
+  ASSERT_EQ(S_OK, plain->QueryInterface(IUnknown::iid, plainIdentity.OutVoid()));
+  EXPECT_EQ(static_cast<IUnknown*>(plain.Get()), plainIdentity.Get());
 }
 
 TEST(ClassFactory, LockServerKeepsTheModuleAndCachedFactoriesDoNot) {
