@@ -1,9 +1,13 @@
 #include "cli/analysis.h"
 
+#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#include "cli/saving.h"
 #include "engine/engine.h"
 #include "frame/class_table.h"
 #include "frame/clsids.h"
@@ -40,7 +44,41 @@ uint64_t MonotonicNs() {
   return uint64_t(ts.tv_sec) * kSecond + uint64_t(ts.tv_nsec);
 }
 
-bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) {
+CLSID ClassOfStatistic(IUnknown* stats) {
+  CLSID clsid = GUID_NULL;
+  ComPtr<IPersistStream> stream;
+  ComPtr<IPersistXml> xml;
+  ComPtr<IPersist> persist;
+  if (SUCCEEDED(stats->QueryInterface(IPersistStream::iid, stream.OutVoid())))
+    stream->GetClassID(&clsid);
+  else if (SUCCEEDED(stats->QueryInterface(IPersistXml::iid, xml.OutVoid())))
+    xml->GetClassID(&clsid);
+  else if (SUCCEEDED(stats->QueryInterface(IPersist::iid, persist.OutVoid())))
+    persist->GetClassID(&clsid);
+  return clsid;
+}
+
+std::u16string ClassNameOf(REFCLSID clsid) {
+  if (const ClassInfo* row = FindClass(clsid)) return row->name;
+  OLECHAR text[39];
+  StringFromGUID2(clsid, text, 39);
+  return text;
+}
+
+bool EnsureDirectory(const std::string& directory, std::string* error) {
+  if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
+    *error = directory + ": " + std::strerror(errno);
+    return false;
+  }
+  struct stat st {};
+  if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+    *error = directory + ": not a directory";
+    return false;
+  }
+  return true;
+}
+
+bool Analysis::CreateContext(std::string* error) {
   // The module and the engine objects it creates by program identifier are
   // both in this program; registering again only repairs keys.
   HRESULT hr = DllRegisterServer();
@@ -55,6 +93,31 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
     *error = "cannot create the statistics context: " + HrText(hr);
     return false;
   }
+  return true;
+}
+
+void Analysis::CollectStatistics() {
+  m_statistics.clear();
+  ULONG count = 0;
+  m_context->GetStatsCount(&count);
+  for (ULONG i = 0; i < count; ++i) {
+    ComPtr<IZemoStats> stats;
+    if (FAILED(m_context->GetStatsAt(i, stats.ReleaseAndGetAddressOf())) || !stats) continue;
+    std::u16string name = ClassNameOf(ClassOfStatistic(stats.Get()));
+    StatisticEntry entry{name, Lower(name), stats};
+    ComPtr<ISelectableObject> selectable;
+    CBstr selectName;
+    if (SUCCEEDED(stats.As(&selectable)) && SUCCEEDED(selectable->GetSelectName(selectName.Out())) &&
+        selectName.Length()) {
+      entry.selectName = selectName.Utf8();
+      entry.selectable = true;
+    }
+    m_statistics.push_back(std::move(entry));
+  }
+}
+
+bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) {
+  if (!CreateContext(error)) return false;
   m_decoder = FrameDecoder(linkType);
   m_medium = MediumOfLinkType(linkType);
   // The medium first: a statistic configures itself from it when added.
@@ -62,32 +125,37 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
   m_context->SetMediaSubType(m_medium.subType);
   m_context->SetLinkSpeed(linkSpeed);
 
-  // Every class the module serves and that is a statistic joins the context.
-  // Classes not built yet fail creation and are passed over, and so are the
-  // classes that are no statistics.
+  // Every class the module serves and that is a statistic joins the context,
+  // under its class identifier. Classes not built yet fail creation and are
+  // passed over, and so are the classes that are no statistics.
   for (const ClassInfo& row : ClassTable()) {
     if (row.clsid == CLSID_StatsContext) continue;
     ComPtr<IZemoStats> stats;
     if (FAILED(CoCreateInstance(row.clsid, nullptr, CLSCTX_INPROC_SERVER, IZemoStats::iid, stats.OutVoid()))) continue;
-    if (FAILED(m_context->AddStats(row.clsid, stats.Get()))) continue;
-    StatisticEntry entry{row.name, Lower(row.name), stats};
-    ComPtr<ISelectableObject> selectable;
-    CBstr name;
-    if (SUCCEEDED(stats.As(&selectable)) && SUCCEEDED(selectable->GetSelectName(name.Out())) && name.Length()) {
-      entry.selectName = name.Utf8();
-      entry.selectable = true;
-    }
-    m_statistics.push_back(std::move(entry));
+    m_context->AddStats(row.clsid, stats.Get());
   }
+  CollectStatistics();
   CheckHr(m_context.As(&m_process));
   CheckHr(m_context.As(&m_time));
   m_packet = Packet::Create();
   return true;
 }
 
+bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string* error) {
+  if (!CreateContext(error) || !LoadContextFiles(m_context.Get(), paths, error)) return false;
+  m_fromSaves = true;
+  ULONG type = 0, subType = 0;
+  m_context->GetMediaType(&type);
+  m_context->GetMediaSubType(&subType);
+  m_medium = LinkMedium{type, subType};
+  CollectStatistics();
+  return true;
+}
+
 void Analysis::TickTo(uint64_t second) {
   uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
   for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
+  if (m_onTick) m_onTick(second * kSecond);
 }
 
 void Analysis::Feed(const CaptureFrame& frame) {

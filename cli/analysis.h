@@ -3,9 +3,14 @@
 // adds every statistic the module serves, then decodes each frame into one
 // reused Packet and hands it to the context, ticking the context once for
 // each whole second of packet time that passes and once at the end.
+//
+// An Analysis can instead hold a context loaded from saved files, which the
+// report reads the same way; only the facts of a run (link type, peak
+// rates, timing) are then unknown.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,6 +47,14 @@ class Analysis {
   // Makes the context for a capture of this link type; linkSpeed in bits
   // per second, 0 when unknown. False with a message on failure.
   bool Start(uint32_t linkType, uint64_t linkSpeed, std::string* error);
+  // Makes the context from saved files instead: a whole save, then its
+  // deltas in order (LoadContextFiles). False with a message on failure.
+  bool StartFromSaves(const std::vector<std::string>& paths, std::string* error);
+  bool FromSaves() const { return m_fromSaves; }
+
+  // Called after the context's tick of each new second (the last second
+  // of a gap), never on the packet path.
+  void OnTick(std::function<void(ZemoTime)> hook) { m_onTick = std::move(hook); }
 
   // Decodes one frame and hands it to the context.
   void Feed(const CaptureFrame& frame);
@@ -61,6 +74,9 @@ class Analysis {
   LinkMedium Medium() const { return m_medium; }
 
  private:
+  bool CreateContext(std::string* error);
+  // The statistics of the context, in its slot order.
+  void CollectStatistics();
   void TickTo(uint64_t second);
 
   FrameDecoder m_decoder{0};
@@ -75,12 +91,25 @@ class Analysis {
   uint64_t m_second = 0;  // the whole second of the last packet, 0 before the first
   uint64_t m_secondPackets = 0, m_secondBytes = 0;
   bool m_timing = false;
+  bool m_fromSaves = false;
+  std::function<void(ZemoTime)> m_onTick;
 };
+
+// The class of a statistic, by GetClassID of whichever persistence
+// interface it offers; GUID_NULL when it offers none.
+CLSID ClassOfStatistic(IUnknown* stats);
+// The class's name in the module's class table ("NodeStats"), else its
+// identifier in braces.
+std::u16string ClassNameOf(REFCLSID clsid);
 
 // A status as people quote it: 0x80004005.
 std::string HrText(HRESULT hr);
 
 // A monotonic clock in nanoseconds, for the timing breakdown.
 uint64_t MonotonicNs();
+
+// Makes the folder if it is missing; false with a message that names it
+// when it cannot be made or is no folder.
+bool EnsureDirectory(const std::string& directory, std::string* error);
 
 }  // namespace zemo::cli

@@ -12,6 +12,7 @@
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
 #include "cli/report.h"
+#include "cli/saving.h"
 #include "platform/clock.h"
 
 namespace zemo::cli {
@@ -93,7 +94,24 @@ uint64_t LinkSpeedOf(const std::string& interface) {
   return static_cast<uint64_t>(mbits) * 1000000ull;
 }
 
-int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const LiveOptions* live) {
+// The outputs every command ends with: the exports, then the report or the
+// JSON document. False when the export failed.
+bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptions& output) {
+  std::string error;
+  if (!output.exportDirectory.empty() && !ExportAll(analysis, output.exportDirectory, &error)) {
+    Fail(error);
+    return false;
+  }
+  if (output.json)
+    std::printf("%s\n", BuildJson(analysis, info).dump(2).c_str());
+  else
+    PrintReport(stdout, analysis, info, output.top);
+  std::fflush(stdout);
+  return true;
+}
+
+int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const SaveOptions& save,
+        const LiveOptions* live) {
   Analysis analysis;
   analysis.EnableTiming(output.timing);
   std::string error;
@@ -107,6 +125,30 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     info.warnings.push_back("link type " + info.linkTypeName + " (" + std::to_string(info.linkType) +
                             ") is not decoded: its frames count in totals, sizes, history and errors, without "
                             "addresses or protocols");
+
+  // Where the saves go is checked before the run. The delta series saves
+  // at the context's ticks, which come once a second
+  // of capture time, so the packet path never waits for a file.
+  if (!save.file.empty() && !CheckSaveTarget(save.file, &error)) {
+    Fail(error);
+    return 1;
+  }
+  bool saveFailed = false;
+  std::unique_ptr<DeltaSeries> series;
+  if (!save.deltaDirectory.empty()) {
+    series = std::make_unique<DeltaSeries>(save.deltaDirectory, save.every);
+    if (!series->Open(&error)) {
+      Fail(error);
+      return 1;
+    }
+    analysis.OnTick([&](ZemoTime tick) {
+      std::string failure;
+      if (!series->AtTick(analysis.Context(), tick, &failure)) {
+        Fail(failure + "; no more deltas are saved");
+        saveFailed = true;
+      }
+    });
+  }
 
   SignalBreaks breaks(live ? &source : nullptr);
   uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
@@ -143,16 +185,25 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
   analysis.Finish();
 
-  for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
-  if (!output.exportDirectory.empty() && !ExportAll(analysis, output.exportDirectory, &error)) {
+  // A failed save, like a damaged capture, still leaves the report.
+  if (series && !series->Finish(analysis.Context(), &error)) {
     Fail(error);
-    return 1;
+    saveFailed = true;
   }
-  if (output.json)
-    std::printf("%s\n", BuildJson(analysis, info).dump(2).c_str());
-  else
-    PrintReport(stdout, analysis, info, output.top);
-  std::fflush(stdout);
+  if (!save.file.empty()) {
+    std::vector<std::string> leftOut;
+    bool saved = SaveContextFile(analysis.Context(), save.file, &leftOut, &error);
+    for (const std::string& name : leftOut)
+      std::fprintf(stderr, "zemostats: note: %s is left out of the XML save of %s: it has no XML form\n",
+                   name.c_str(), save.file.c_str());
+    if (!saved) {
+      Fail(error);
+      saveFailed = true;
+    }
+  }
+
+  for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
+  if (!Output(analysis, info, output)) return 1;
   if (output.timing) {
     const RunFacts& f = analysis.Facts();
     double frames = f.frames ? double(f.frames) : 1.0;
@@ -162,12 +213,12 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
                  static_cast<unsigned long long>(f.frames), f.readNs / 1e9, f.readNs / frames, f.decodeNs / 1e9,
                  f.decodeNs / frames, f.engineNs / 1e9, f.engineNs / frames);
   }
-  return dataError ? 1 : 0;
+  return dataError || saveFailed ? 1 : 0;
 }
 
 }  // namespace
 
-int AnalyzeCommand(const std::string& path, const OutputOptions& output) {
+int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save) {
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenFile(path, &error);
   if (!source) {
@@ -176,10 +227,10 @@ int AnalyzeCommand(const std::string& path, const OutputOptions& output) {
   }
   CaptureInfo info;
   info.file = path;
-  return Run(*source, info, output, nullptr);
+  return Run(*source, info, output, save, nullptr);
 }
 
-int CaptureCommand(const LiveOptions& live, const OutputOptions& output) {
+int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save) {
   StopOnSignal signals;
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenLive(live.interface, &error);
@@ -190,7 +241,19 @@ int CaptureCommand(const LiveOptions& live, const OutputOptions& output) {
   CaptureInfo info;
   info.file = live.interface;
   info.live = true;
-  return Run(*source, info, output, &live);
+  return Run(*source, info, output, save, &live);
+}
+
+int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output) {
+  Analysis analysis;
+  std::string error;
+  if (!analysis.StartFromSaves(paths, &error)) {
+    Fail(error);
+    return 1;
+  }
+  CaptureInfo info;
+  info.savedFiles = paths;
+  return Output(analysis, info, output) ? 0 : 1;
 }
 
 int GenerateCommand(const std::string& path, const GeneratorOptions& options) {

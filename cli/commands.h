@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cli/generator.h"
 
@@ -23,8 +24,17 @@ struct LiveOptions {
   uint32_t seconds = 0;   // 0: no limit
 };
 
-int AnalyzeCommand(const std::string& path, const OutputOptions& output);
-int CaptureCommand(const LiveOptions& live, const OutputOptions& output);
+// Saves of the whole statistics context (cli/saving.h).
+struct SaveOptions {
+  std::string file;            // --save: after the run; empty: none
+  std::string deltaDirectory;  // --save-deltas: as the run goes; empty: none
+  uint32_t every = 0;          // --every: seconds of capture time between deltas
+};
+
+int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save);
+int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save);
+// The report of a saved context: a whole save and then its deltas.
+int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output);
 int GenerateCommand(const std::string& path, const GeneratorOptions& options);
 
 }  // namespace zemo::cli

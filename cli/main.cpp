@@ -12,7 +12,31 @@ void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
   command->add_option("--top", output.top, "Rows in each top list of the report (default 10)")
       ->check(CLI::PositiveNumber)
       ->option_text("N");
+}
+
+// The options of the commands that run a capture through the engine.
+void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cli::SaveOptions& save,
+                   const char* clock) {
+  AddOutputOptions(command, output);
   command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
+  command->add_option("--save", save.file,
+                      "After the run, save the whole statistics context to FILE: XML if its name ends in .xml "
+                      "(without the dashboard, which has no XML form), else the binary stream form")
+      ->option_text("FILE");
+  CLI::Option* deltas =
+      command
+          ->add_option("--save-deltas", save.deltaDirectory,
+                       "With --every: save the context as the run goes into DIR (made if missing, refused if it "
+                       "already holds saves): context-000000.full at the first tick, then context-000001.delta, "
+                       "context-000002.delta, ... every SECONDS and at the end, each with what changed since the one "
+                       "before; zemostats show takes them in that order")
+          ->option_text("DIR");
+  CLI::Option* every =
+      command->add_option("--every", save.every, std::string("Seconds between delta saves, in ") + clock)
+          ->check(CLI::PositiveNumber)
+          ->option_text("SECONDS");
+  deltas->needs(every);
+  every->needs(deltas);
 }
 
 }  // namespace
@@ -25,7 +49,8 @@ int main(int argc, char** argv) {
   std::string capturePath;
   CLI::App* analyze = app.add_subcommand("analyze", "Analyze a pcap or pcapng file ('-' reads standard input)");
   analyze->add_option("CAPTURE", capturePath, "The capture file, or - for standard input")->required();
-  AddOutputOptions(analyze, output);
+  zemo::cli::SaveOptions save;
+  AddRunOptions(analyze, output, save, "packet time");
 
   zemo::cli::LiveOptions live;
   CLI::App* capture = app.add_subcommand("capture", "Capture live from an interface until a limit or Ctrl-C");
@@ -34,7 +59,16 @@ int main(int argc, char** argv) {
   capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds")
       ->check(CLI::PositiveNumber)
       ->option_text("SECONDS");
-  AddOutputOptions(capture, output);
+  AddRunOptions(capture, output, save, "capture time");
+
+  std::vector<std::string> savedPaths;
+  CLI::App* show = app.add_subcommand(
+      "show",
+      "Report on a saved statistics context (a --save file, or a full save and its deltas in order) as analyze "
+      "did at the last save, without what a save does not keep: the capture's file, link type and peak rate");
+  show->add_option("SAVED", savedPaths, "The saved context (stream or XML), then its deltas, if any, in order")
+      ->required();
+  AddOutputOptions(show, output);
 
   zemo::cli::GeneratorOptions generator;
   std::string outPath;
@@ -52,7 +86,8 @@ int main(int argc, char** argv) {
     // Help is a success; every other parse failure is a usage error.
     return code == 0 ? 0 : 2;
   }
-  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output);
-  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output);
+  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output, save);
+  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output, save);
+  if (show->parsed()) return zemo::cli::ShowCommand(savedPaths, output);
   return zemo::cli::GenerateCommand(outPath, generator);
 }

@@ -1,11 +1,8 @@
 #include "cli/report.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <numeric>
@@ -215,9 +212,17 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
   const RunFacts& f = analysis.Facts();
   auto row = [&](const char* name, const std::string& value) { std::fprintf(out, "  %-14s %s\n", name, value.c_str()); };
   std::fprintf(out, "Capture\n");
-  row(info.live ? "Interface" : "File", info.file == "-" ? "standard input" : info.file);
-  row("Link type", info.linkTypeName + " (" + std::to_string(info.linkType) + ")" +
-                       (analysis.Decoder().Known() ? "" : ", not decoded"));
+  if (analysis.FromSaves()) {
+    // A long series in two lines: the full save and the last delta.
+    const std::vector<std::string>& files = info.savedFiles;
+    if (!files.empty()) row("Saved", files.front());
+    if (files.size() == 2) row("", files.back());
+    if (files.size() > 2) row("", "and " + std::to_string(files.size() - 1) + " deltas, the last " + files.back());
+  } else {
+    row(info.live ? "Interface" : "File", info.file == "-" ? "standard input" : info.file);
+    row("Link type", info.linkTypeName + " (" + std::to_string(info.linkType) + ")" +
+                         (analysis.Decoder().Known() ? "" : ", not decoded"));
+  }
   row("Medium", MediumName(analysis.Medium()));
   row("Packets", std::to_string(t.packets));
   row("Bytes", std::to_string(t.bytes));
@@ -228,8 +233,10 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
     double seconds = t.duration / 1e9;
     if (seconds > 0)
       row("Average rate", Fixed(t.packets / seconds, 1) + " packets/s, " + Bits(t.bytes * 8.0 / seconds));
-    row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + Bits(f.peakBytes * 8.0) + " (busiest second)");
+    if (!analysis.FromSaves())
+      row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + Bits(f.peakBytes * 8.0) + " (busiest second)");
   }
+  if (analysis.FromSaves()) std::fprintf(out, "  (a saved context keeps neither the link type nor the peak rate)\n");
 }
 
 }  // namespace
@@ -329,11 +336,16 @@ Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
   Totals t = ReadTotals(analysis);
   const RunFacts& f = analysis.Facts();
   Json capture;
-  capture["file"] = info.file;
-  capture["live"] = info.live;
-  capture["link_type"] = info.linkTypeName;
-  capture["link_type_number"] = info.linkType;
-  capture["decoded"] = analysis.Decoder().Known();
+  // Only a run knows its source, link type and peak rates.
+  if (analysis.FromSaves()) {
+    capture["saved"] = info.savedFiles;
+  } else {
+    capture["file"] = info.file;
+    capture["live"] = info.live;
+    capture["link_type"] = info.linkTypeName;
+    capture["link_type_number"] = info.linkType;
+    capture["decoded"] = analysis.Decoder().Known();
+  }
   capture["media_type"] = analysis.Medium().type;
   capture["media_subtype"] = analysis.Medium().subType;
   capture["packets"] = t.packets;
@@ -344,8 +356,10 @@ Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
   double seconds = t.duration / 1e9;
   capture["average_packets_per_second"] = seconds > 0 ? t.packets / seconds : 0.0;
   capture["average_bits_per_second"] = seconds > 0 ? t.bytes * 8.0 / seconds : 0.0;
-  capture["peak_packets_per_second"] = f.peakPackets;
-  capture["peak_bits_per_second"] = f.peakBytes * 8;
+  if (!analysis.FromSaves()) {
+    capture["peak_packets_per_second"] = f.peakPackets;
+    capture["peak_bits_per_second"] = f.peakBytes * 8;
+  }
   Json statistics = Json::object();
   for (const StatisticEntry& s : analysis.Statistics()) {
     TableData table;
@@ -463,15 +477,7 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
 }
 
 bool ExportAll(const Analysis& analysis, const std::string& directory, std::string* error) {
-  if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
-    *error = directory + ": " + std::strerror(errno);
-    return false;
-  }
-  struct stat st {};
-  if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    *error = directory + ": not a directory";
-    return false;
-  }
+  if (!EnsureDirectory(directory, error)) return false;
   std::vector<std::string> written;
   for (const StatisticEntry& s : analysis.Statistics()) {
     ComPtr<IPersistFile> file;

@@ -13,13 +13,15 @@
 
 namespace zemo::cli {
 
-// What the report says of the capture beside the context's figures.
+// What the report says of the capture beside the context's figures. A
+// context loaded from saves has only the saved files and warnings.
 struct CaptureInfo {
   std::string file;  // the path, "-" for standard input, or the interface
   bool live = false;
   uint32_t linkType = 0;
   std::string linkTypeName;
   std::vector<std::string> warnings;
+  std::vector<std::string> savedFiles;  // the files a loaded context came from
 };
 
 // A statistic's result table, read through ISelectableObject::GetTable.
