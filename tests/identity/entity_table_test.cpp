@@ -8,8 +8,10 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "engine/proto_specs.h"
+#include "engine/spec_values.h"
 #include "frame/selection.h"
 #include "frame/xml_persist.h"
 #include "identity_test_support.h"
@@ -117,6 +119,31 @@ TEST(EntityTableIdentity, ValuesThatShareAChainStayApart) {
   MediaSpec p1 = Make(22, {0x00, 0x01}), p2 = Make(22, {0x0C, 0x08});  // 1 and 3080
   EXPECT_NE(Add(table.Get(), p1), Add(table.Get(), p2));
   EXPECT_EQ(2u, impl->GetChainShape(8).longest);
+
+  // Longer values hash by their last four bytes: values that share a chain
+  // must still compare whole. MACs whose last four bytes read 3079 * 65536
+  // apart collide and differ only in bytes 4 and 5; IPv6 values that differ
+  // in bytes 0 or 8 alone collide too.
+  auto value = [](uint8_t type, std::initializer_list<std::pair<int, uint8_t>> bytes) {
+    MediaSpec s{};
+    s.fType = type;
+    s.fMask = 0xFFFFFFFF;
+    for (auto [at, byte] : bytes) s.fData[at] = byte;
+    return s;
+  };
+  const uint8_t mac = zemo::specs::kTypeEthernet, ipv6 = zemo::specs::kTypeIpv6;
+  for (const auto& group : {std::vector<MediaSpec>{value(mac, {}), value(mac, {{4, 0x07}, {5, 0x0C}}), value(mac, {{0, 1}})},
+                            std::vector<MediaSpec>{value(ipv6, {}), value(ipv6, {{8, 1}}), value(ipv6, {{0, 1}})}}) {
+    std::vector<ULONG> ids;
+    for (MediaSpec s : group) ids.push_back(Add(table.Get(), s));
+    EXPECT_EQ(3u, std::set<ULONG>(ids.begin(), ids.end()).size()) << int(group[0].fType);
+    for (size_t k = 0; k < group.size(); ++k) {
+      MediaSpec s = group[k];
+      ULONG found = 0;
+      EXPECT_EQ(S_OK, table->FindOrAdd(&s, 0, &found));
+      EXPECT_EQ(ids[k], found);
+    }
+  }
 }
 
 TEST(EntityTableIdentity, ValuelessTypesAreOneEntityEach) {
