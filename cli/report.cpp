@@ -150,13 +150,16 @@ bool IsNumber(VARTYPE vt) {
 // The rows of a table ordered by weight, heaviest first, at most top of them.
 std::vector<size_t> Heaviest(const TableData& t, std::initializer_list<const char*> weight, size_t top,
                              bool (*keep)(const TableData&, const std::vector<CVariant>&) = nullptr) {
-  std::vector<size_t> order;
+  // Each weight once, then only the top of the order: a table of a large
+  // capture has hundreds of thousands of rows. Equal weights keep row order.
+  std::vector<std::pair<uint64_t, size_t>> weighed;
   for (size_t i = 0; i < t.rows.size(); ++i)
-    if (!keep || keep(t, t.rows[i])) order.push_back(i);
-  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-    return RowWeight(t, t.rows[a], weight) > RowWeight(t, t.rows[b], weight);
-  });
-  if (order.size() > top) order.resize(top);
+    if (!keep || keep(t, t.rows[i])) weighed.emplace_back(RowWeight(t, t.rows[i], weight), i);
+  auto heavier = [](const auto& a, const auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; };
+  const size_t n = std::min(top, weighed.size());
+  std::partial_sort(weighed.begin(), weighed.begin() + static_cast<std::ptrdiff_t>(n), weighed.end(), heavier);
+  std::vector<size_t> order;
+  for (size_t i = 0; i < n; ++i) order.push_back(weighed[i].second);
   return order;
 }
 
