@@ -41,13 +41,13 @@ measure() {
   local name=$1
   shift
   for i in $(seq "$runs"); do
-    /usr/bin/time -f "%e %M" -o "$work/$name.$i" "$@" >/dev/null 2>"$work/$name.err" ||
+    /usr/bin/time -f "%e %M" -o "$work/$name.run.$i" "$@" >/dev/null 2>"$work/$name.err" ||
       { echo "bench: $name failed:"; cat "$work/$name.err"; exit 1; }
   done
   local mid=$(( (runs + 1) / 2 ))
   local wall mem
-  wall=$(cat "$work/$name".* | awk '{print $1}' | sort -n | sed -n "${mid}p")
-  mem=$(cat "$work/$name".* | awk '{print $2}' | sort -n | sed -n "${mid}p")
+  wall=$(cat "$work/$name".run.* | awk '{print $1}' | sort -n | sed -n "${mid}p")
+  mem=$(cat "$work/$name".run.* | awk '{print $2}' | sort -n | sed -n "${mid}p")
   echo "$wall $mem"
 }
 
