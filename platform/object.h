@@ -234,13 +234,18 @@ class Object : public E... {
 
   ULONG OwnRelease() {
     ULONG left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) {
-      m_refs.store(kDestroyedRefCount, std::memory_order_relaxed);
-      D* self = static_cast<D*>(this);
-      self->FinalRelease();
-      delete self;
-    }
+    if (left == 0) Destroy();
     return left;
+  }
+
+  // The last release, out of line: it keeps the rare path out of every
+  // Release that inlines, and the compiler's lifetime checks from following
+  // a delete into callers that still hold a reference.
+  [[gnu::noinline]] void Destroy() {
+    m_refs.store(kDestroyedRefCount, std::memory_order_relaxed);
+    D* self = static_cast<D*>(this);
+    self->FinalRelease();
+    delete self;
   }
 
   std::atomic<ULONG> m_refs{0};
