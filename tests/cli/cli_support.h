@@ -5,19 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "support/scratch_dir.h"
+
 namespace zemo::testing_cli {
 
-// A fresh folder under the system's temporary folder, removed with its content.
-class ScratchDir {
- public:
-  ScratchDir();
-  ~ScratchDir();
-  const std::string& Path() const { return m_path; }
-  std::string File(const std::string& name) const { return m_path + "/" + name; }
-
- private:
-  std::string m_path;
-};
+using testing_support::ReadFile;
+using testing_support::ScratchDir;
 
 struct RunResult {
   int exitCode = -1;
@@ -31,7 +24,6 @@ struct RunResult {
 RunResult RunZemostats(const std::vector<std::string>& args, const std::string& stdinFile = "",
                        const std::string& environment = "");
 
-std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
 
 }  // namespace zemo::testing_cli

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/scratch_dir.h"
 #include "frame/text_export.h"
 #include "platform/object.h"
 
@@ -44,26 +45,14 @@ TEST(TextExport, ExtensionsAreFoldedToLowerCaseAndCheckedAgainstTheClass) {
 
 class TextFile : public testing::Test {
  protected:
-  void SetUp() override {
-    m_dir = fs::temp_directory_path() / ("zemo_text_export_" + std::to_string(getpid()));
-    fs::remove_all(m_dir);
-    fs::create_directories(m_dir);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
-
-  std::u16string Name(const std::string& leaf) const { return zemo::FromUtf8((m_dir / leaf).string()); }
-  static std::string Contents(const std::u16string& name) {
-    std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
+  std::u16string Name(const std::string& leaf) const { return m_dir.WideFile(leaf); }
+  static std::string Contents(const std::u16string& name) { return zemo::testing_support::ReadFile(name); }
   static void Put(const std::u16string& name, const std::string& text) {
     std::ofstream(zemo::ToUtf8(name), std::ios::binary) << text;
   }
   static bool Exists(const std::u16string& name) { return fs::exists(zemo::ToUtf8(name)); }
 
-  fs::path m_dir;
+  zemo::testing_support::ScratchDir m_dir;
 };
 
 TEST_F(TextFile, WritesLinesAndReplacesAnOlderLongerFile) {

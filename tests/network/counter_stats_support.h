@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/scratch_dir.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -60,12 +61,7 @@ class StatsTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(S_OK, DllRegisterServer());
     ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
-    m_dir = std::filesystem::temp_directory_path() /
-            ("zemo_sized_" + std::to_string(getpid()) + "_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(m_dir);
   }
-  void TearDown() override { std::filesystem::remove_all(m_dir); }
 
   static ComPtr<zemo::StatsContext> Context(ULONG type, ULONG subType = 0, ULONGLONG speed = 0) {
     auto context = zemo::StatsContext::Create();
@@ -119,7 +115,7 @@ class StatsTest : public ::testing::Test {
     return document;
   }
 
-  std::u16string File(const std::string& leaf) const { return zemo::FromUtf8((m_dir / leaf).string()); }
+  std::u16string File(const std::string& leaf) const { return m_dir.WideFile(leaf); }
   static std::string Contents(const std::u16string& name) {
     std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
     std::ostringstream all;
@@ -129,7 +125,7 @@ class StatsTest : public ::testing::Test {
   static bool Exists(const std::u16string& name) { return std::filesystem::exists(zemo::ToUtf8(name)); }
 
  private:
-  std::filesystem::path m_dir;
+  zemo::testing_support::ScratchDir m_dir;
 };
 
 // Little-endian bytes of a record, for building streams by hand.

@@ -1,3 +1,4 @@
+#include "support/scratch_dir.h"
 #include "network/network_stats.h"
 
 #include <unistd.h>
@@ -372,14 +373,11 @@ TEST_F(NetworkStatsPersistTest, XmlWithAnyPieceMissingOrWrongFails) {
 TEST_F(NetworkStatsPersistTest, TextExportWritesSixLinesToTxtOnly) {
   Fill();
   auto file = As<IPersistFile>();
-  std::string dir = (std::filesystem::temp_directory_path() / ("zemo_net_" + std::to_string(getpid()))).string();
-  std::filesystem::create_directories(dir);
+  zemo::testing_support::ScratchDir scratch;
+  const std::string& dir = scratch.Path();
   std::u16string name = FromUtf8(dir + "/counters.TXT");
   ASSERT_EQ(S_OK, file->Save(name.c_str(), TRUE));
-  std::ifstream in(dir + "/counters.TXT", std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  EXPECT_EQ("5\n607\n3\n300\n1\n300\n", text.str());
+  EXPECT_EQ("5\n607\n3\n300\n1\n300\n", zemo::testing_support::ReadFile(name));
 
   EXPECT_EQ(E_INVALIDARG, file->Save(FromUtf8(dir + "/counters.csv").c_str(), TRUE));
   EXPECT_FALSE(std::filesystem::exists(dir + "/counters.csv"));
@@ -391,7 +389,6 @@ TEST_F(NetworkStatsPersistTest, TextExportWritesSixLinesToTxtOnly) {
   CLSID clsid{};
   EXPECT_EQ(S_OK, file->GetClassID(&clsid));
   EXPECT_EQ(CLSID_NetworkStats, clsid);
-  std::filesystem::remove_all(dir);
 }
 
 TEST_F(NetworkStatsPersistTest, SelectionEndsHereAndTablesTheCounters) {

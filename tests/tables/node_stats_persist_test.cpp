@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/scratch_dir.h"
 #include "frame/xml_persist.h"
 #include "tests/tables/node_fixture.h"
 
@@ -263,23 +264,11 @@ TEST_F(NodeStatsXml, LoadingReadsAnyChildElementAndNeedsEveryProperty) {
 
 class NodeStatsExport : public NodeStatsFixture {
  protected:
-  void SetUp() override {
-    NodeStatsFixture::SetUp();
-    m_dir = fs::temp_directory_path() / ("zemo_node_export_" + std::to_string(getpid()));
-    fs::remove_all(m_dir);
-    fs::create_directories(m_dir);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
-  std::u16string Name(const std::string& leaf) const { return zemo::FromUtf8((m_dir / leaf).string()); }
-  static std::string Contents(const std::u16string& name) {
-    std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
+  std::u16string Name(const std::string& leaf) const { return m_dir.WideFile(leaf); }
+  static std::string Contents(const std::u16string& name) { return zemo::testing_support::ReadFile(name); }
   HRESULT Export(const std::u16string& name) { return static_cast<IPersistFile*>(stats.Get())->Save(name.c_str(), FALSE); }
 
-  fs::path m_dir;
+  zemo::testing_support::ScratchDir m_dir;
 };
 
 TEST_F(NodeStatsExport, TextLinesAreKeyAndLinkInRecordOrder) {
@@ -298,7 +287,7 @@ TEST_F(NodeStatsExport, TextLinesAreKeyAndLinkInRecordOrder) {
   EXPECT_NE(std::string::npos, expected.find("\t0xFFFFFFFF\n"));
 
   EXPECT_EQ(E_INVALIDARG, Export(Name("nodes.csv")));
-  EXPECT_FALSE(fs::exists(m_dir / "nodes.csv"));
+  EXPECT_FALSE(fs::exists(m_dir.File("nodes.csv")));
   // The system's error for a file that can't be made, E_FAIL for the dump.
   EXPECT_EQ(HresultFromErrno(ENOENT), Export(Name("missing/nodes.txt")));
   EXPECT_EQ(E_FAIL, Export(Name("missing/nodes.hash")));

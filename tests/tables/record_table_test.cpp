@@ -1,6 +1,7 @@
 // The record table on a record shaped like the hierarchy's: a two-part key
 // in front of the link, counters behind it, and few buckets, so that chains
 // are long and every row loses its link from the middle.
+#include "support/scratch_dir.h"
 #include "tables/record_table.h"
 
 #include <gtest/gtest.h>
@@ -180,23 +181,18 @@ TEST(RecordTable, ABrokenChainFailsTheWalkAndTheDump) {
   uint64_t missing = K(9, 0xFFFFFFFF - 9 + 7);
   EXPECT_EQ(E_FAIL, zemo::Boundary([&] { (void)t.Find(missing); }));
 
-  auto dir = std::filesystem::temp_directory_path() / ("zemo_record_table_" + std::to_string(getpid()));
-  std::filesystem::create_directories(dir);
-  std::u16string name = zemo::FromUtf8((dir / "broken.hash").string());
+  zemo::testing_support::ScratchDir dir;
+  std::u16string name = dir.WideFile("broken.hash");
   EXPECT_EQ(E_FAIL, t.SaveHashDump(name.c_str(), {zemo::FileOpenStyle::System, false}));
-  EXPECT_FALSE(std::filesystem::exists(dir / "broken.hash"));
+  EXPECT_FALSE(std::filesystem::exists(dir.File("broken.hash")));
 
   // Intact, without the summary line: one line per bucket and nothing else.
   PairTable whole;
   Fill(whole, 10);
   ASSERT_EQ(S_OK, whole.SaveHashDump(name.c_str(), {zemo::FileOpenStyle::System, false}));
-  std::ifstream in(zemo::ToUtf8(name));
-  std::ostringstream all;
-  all << in.rdbuf();
-  std::string dump = all.str();
+  std::string dump = zemo::testing_support::ReadFile(name);
   EXPECT_EQ(7, std::count(dump.begin(), dump.end(), '\n'));
   EXPECT_EQ(std::string::npos, dump.find("size="));
-  std::filesystem::remove_all(dir);
 }
 
 }  // namespace
