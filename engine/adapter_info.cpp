@@ -23,32 +23,32 @@ void CopyOut(const std::vector<T>& from, T** to, ULONG* count) {
 }  // namespace
 
 void AdapterInfo::SetMediaType(ULONG type) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_mediaType = type;
 }
 
 void AdapterInfo::SetMediaSubType(ULONG subType) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_mediaSubType = subType;
 }
 
 void AdapterInfo::SetLinkSpeed(ULONGLONG bitsPerSecond) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_linkSpeed = bitsPerSecond;
 }
 
 void AdapterInfo::SetChannelNumbers(std::span<const ULONG> numbers) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_channelNumbers.assign(numbers.begin(), numbers.end());
 }
 
 void AdapterInfo::SetWirelessChannels(std::span<const SWirelessChannel> channels) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_channels.assign(channels.begin(), channels.end());
 }
 
 void AdapterInfo::SetDataRates(std::span<const ULONG> halfMegabits) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_dataRates.assign(halfMegabits.begin(), halfMegabits.end());
 }
 

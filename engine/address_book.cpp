@@ -45,12 +45,12 @@ HRESULT AddressBook::Remove(const MediaSpec& spec) {
 }
 
 size_t AddressBook::Count() const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return m_entries.size();
 }
 
 void AddressBook::Clear() {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_entries.clear();
   ++m_stamp;
 }
@@ -70,7 +70,7 @@ HRESULT AddressBook::Lookup(const MediaSpec* spec, ZemoNameTableEntry* entry, BO
 }
 
 ULONG AddressBook::GetStamp() {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return m_stamp;
 }
 

@@ -72,12 +72,12 @@ HRESULT DataColumns::Find(BSTR name, LONG* index) {
 }
 
 LONG DataColumns::Count() const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return static_cast<LONG>(m_columns.size());
 }
 
 LONG DataColumns::IndexOf(std::u16string_view name) const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   // Names need not be unique: the first one wins.
   for (size_t i = 0; i < m_columns.size(); ++i)
     if (WideEqualNoCase(m_columns[i].name, name)) return static_cast<LONG>(i);
@@ -85,7 +85,7 @@ LONG DataColumns::IndexOf(std::u16string_view name) const {
 }
 
 VARTYPE DataColumns::TypeAt(LONG index) const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   if (index < 0 || static_cast<size_t>(index) >= m_columns.size()) AtlThrow(E_INVALIDARG);
   return m_columns[index].type;
 }

@@ -12,28 +12,28 @@ HRESULT NotifySink::Notify(const GUID& context, const GUID& source, ULONG value,
 }
 
 size_t NotifySink::Count() const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return m_received.size();
 }
 
 Notification NotifySink::At(size_t index) const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   if (index >= m_received.size()) AtlThrow(E_INVALIDARG);
   return m_received[index];
 }
 
 std::vector<Notification> NotifySink::All() const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return m_received;
 }
 
 void NotifySink::Clear() {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_received.clear();
 }
 
 void NotifySink::SetResult(HRESULT result) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_result = result;
 }
 

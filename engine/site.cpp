@@ -5,7 +5,7 @@
 namespace zemo {
 
 void Site::SetService(const GUID& service, IUnknown* object) {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   auto it = std::find_if(m_services.begin(), m_services.end(), [&](const Entry& e) { return e.service == service; });
   if (!object) {
     if (it != m_services.end()) m_services.erase(it);
@@ -21,7 +21,7 @@ HRESULT Site::QueryService(REFGUID service, REFIID iid, void** out) {
   *out = nullptr;
   ComPtr<IUnknown> object;
   {
-    std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+    std::lock_guard<CObjectLock> hold(ObjectLock());
     for (const Entry& e : m_services)
       if (e.service == service) object = e.object;
   }

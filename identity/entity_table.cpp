@@ -193,7 +193,7 @@ HRESULT EntityTable::GetEntityKind(ULONG id, BYTE* specClass, BYTE* type) {
 
 EntityTable::ChainShape EntityTable::GetChainShape(uint32_t n) const {
   ChainShape shape;
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   const CChainTable& table = *m_tables.at(n);
   for (uint32_t b = 0; b < CChainTable::kHeadCount; ++b) {
     uint32_t length = 0;

@@ -83,7 +83,7 @@ HRESULT DashboardStats::FinalConstruct() {
 }
 
 size_t DashboardStats::RungCount() const {
-  std::lock_guard<std::recursive_mutex> hold(ObjectLock());
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   return m_rungs.size();
 }
 

@@ -13,6 +13,7 @@
 #include "frame/persist_interfaces.h"
 #include "frame/selection.h"
 #include "frame/stats_interfaces.h"
+#include "platform/object_lock.h"
 #include "platform/strings.h"
 #include "platform/types.h"
 
@@ -58,7 +59,7 @@ struct LeafSelection : ISelectableObject {
   HRESULT GetSelectParams(ISelectParams**) final { return E_NOTIMPL; }
   HRESULT Select(ISelectParams* params, IUnknown** out) final {
     D* self = static_cast<D*>(this);
-    std::lock_guard<std::recursive_mutex> hold(self->ObjectLock());
+    std::lock_guard<CObjectLock> hold(self->ObjectLock());
     return SelectLeaf(params, self->GetUnknown(), out);
   }
 };

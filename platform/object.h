@@ -28,6 +28,7 @@
 #include <utility>
 
 #include "platform/interfaces.h"
+#include "platform/object_lock.h"
 
 namespace zemo {
 
@@ -186,12 +187,12 @@ class Object : public E... {
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
 
-  std::recursive_mutex& ObjectLock() const noexcept { return m_lock; }
+  CObjectLock& ObjectLock() const noexcept { return m_lock; }
 
   // A public operation that touches data: the lock, then the boundary.
   template <class F>
   HRESULT Locked(F&& body) const noexcept {
-    std::lock_guard<std::recursive_mutex> hold(m_lock);
+    std::lock_guard<CObjectLock> hold(m_lock);
     return Boundary(std::forward<F>(body));
   }
 
@@ -249,7 +250,7 @@ class Object : public E... {
   }
 
   std::atomic<ULONG> m_refs{0};
-  mutable std::recursive_mutex m_lock;
+  mutable CObjectLock m_lock;
   // Set only while the object is part of an aggregate; not owned.
   IUnknown* m_outer = nullptr;
   InnerUnknown m_inner{this};

@@ -304,7 +304,7 @@ class XmlDocument final : public XmlNodeBase<XmlDocument, IXMLDOMDocument> {
   XmlDocument* Owner() noexcept override { return this; }
   const TreePtr& NodeTree() const noexcept override { return m_tree; }
   pugi::xml_node Node() const noexcept override { return m_tree->doc; }
-  std::recursive_mutex& DomLock() const noexcept { return ObjectLock(); }
+  CObjectLock& DomLock() const noexcept { return ObjectLock(); }
 
   HRESULT get_documentElement(IXMLDOMElement** element) override;
   HRESULT createElement(BSTR tagName, IXMLDOMElement** element) override;
@@ -402,7 +402,7 @@ class XmlNodeList final : public Object<XmlNodeList, IXMLDOMNodeList> {
   ~XmlNodeList() { m_tree->wrappers.fetch_sub(1, std::memory_order_acq_rel); }
 
   HRESULT get_item(LONG index, IXMLDOMNode** node) override {
-    std::lock_guard<std::recursive_mutex> hold(m_owner->DomLock());
+    std::lock_guard<CObjectLock> hold(m_owner->DomLock());
     return Boundary([&]() -> HRESULT {
       CheckOut(node);
       if (index < 0 || static_cast<size_t>(index) >= m_nodes.size()) return S_FALSE;
@@ -440,7 +440,7 @@ HRESULT Wrap(XmlDocument* owner, const TreePtr& tree, pugi::xml_node n, REFIID i
 template <class D, class I>
 template <class F>
 HRESULT XmlNodeBase<D, I>::Dom(F&& body) {
-  std::lock_guard<std::recursive_mutex> hold(Owner()->DomLock());
+  std::lock_guard<CObjectLock> hold(Owner()->DomLock());
   return Boundary(std::forward<F>(body));
 }
 

@@ -92,7 +92,7 @@ class StatsLimit : public IZemoStatsLimit {
   const char16_t* m_statisticName = u"";
   std::atomic<ULONG> m_resetCount{0};
   ZemoTime m_reachedTime = kNotReached;
-  mutable std::recursive_mutex m_limitLock;
+  mutable CObjectLock m_limitLock;
 };
 
 }  // namespace zemo

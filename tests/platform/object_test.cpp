@@ -78,7 +78,7 @@ class Sample final : public zemo::Object<Sample, AlphaResetAs<Sample>, BetaReset
   HRESULT ResetAlpha() { return Locked([&] { m_value = 100; }); }
   HRESULT ResetBeta() { return Locked([&] { m_value = 200; }); }
 
-  std::recursive_mutex& Hold() { return ObjectLock(); }
+  zemo::CObjectLock& Hold() { return ObjectLock(); }
   bool LockIsFree() {
     if (!ObjectLock().try_lock()) return false;
     ObjectLock().unlock();
