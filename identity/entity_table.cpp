@@ -71,11 +71,11 @@ uint32_t EntityTable::Hash(const uint8_t* value, uint32_t length) noexcept {
 ULONG EntityTable::FindOrAddIn(uint32_t n, const uint8_t* value, bool add) {
   CChainTable& table = *m_tables[n];
   const uint32_t length = SubTableLength(n);
-  const uint32_t bucket = Hash(value, length);
-  for (uint32_t i = table.Head(bucket); i != CChainTable::kEnd; i = table.Next(i))
-    if (std::memcmp(Data(n, i), value, length) == 0) return MakeId(n, i);
+  const uint32_t tag = CKeyIndex::HashBytes(value, length);
+  uint32_t i = table.Find(tag, [&](uint32_t r) { return std::memcmp(Data(n, r), value, length) == 0; });
+  if (i != CChainTable::kEnd) return MakeId(n, i);
   if (!add) return kNoEntityId;
-  uint32_t index = table.Add(bucket, Now(), IndexMask());
+  uint32_t index = table.Add(Hash(value, length), tag, Now(), IndexMask());
   std::memcpy(table.Record(index) + kDataOffset, value, length);
   return MakeId(n, index);
 }
@@ -189,19 +189,6 @@ HRESULT EntityTable::GetEntityKind(ULONG id, BYTE* specClass, BYTE* type) {
     *type = SubTableType(n);
     return S_OK;
   });
-}
-
-EntityTable::ChainShape EntityTable::GetChainShape(uint32_t n) const {
-  ChainShape shape;
-  std::lock_guard<CObjectLock> hold(ObjectLock());
-  const CChainTable& table = *m_tables.at(n);
-  for (uint32_t b = 0; b < CChainTable::kHeadCount; ++b) {
-    uint32_t length = 0;
-    for (uint32_t i = table.Head(b); i != CChainTable::kEnd; i = table.Next(i)) ++length;
-    shape.longest = std::max(shape.longest, length);
-    shape.used += length != 0;
-  }
-  return shape;
 }
 
 // ---- binary stream ----------------------------------------------------------

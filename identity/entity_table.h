@@ -65,13 +65,11 @@ class EntityTable final
 
   // The identifier of index in sub-table n under the table's version.
   ULONG MakeId(uint32_t n, uint32_t index) const noexcept { return n << Shift() | index; }
-  // Chain lengths of a sub-table, for tuning: the longest and the number of
-  // chains that hold anything.
-  struct ChainShape {
-    uint32_t longest = 0;
-    uint32_t used = 0;
-  };
-  ChainShape GetChainShape(uint32_t n) const;
+  // Sub-table n itself, for tuning and tests; not to be read while another
+  // thread may add.
+  const CChainTable& SubTable(uint32_t n) const { return *m_tables.at(n); }
+  // The chain bucket of a value of that length.
+  static uint32_t Hash(const uint8_t* value, uint32_t length) noexcept;
 
  private:
   static constexpr uint32_t kDataOffset = 12;  // behind time (8) and next (4)
@@ -82,7 +80,6 @@ class EntityTable final
   // The sub-table of a type that this table can identify, or kNoEntitySubTable.
   uint32_t SubTableFor(ULONG type) const noexcept;
 
-  static uint32_t Hash(const uint8_t* value, uint32_t length) noexcept;
   // Finds the value in sub-table n (compared over the sub-table's length),
   // adding it if add; its identifier, or kNoEntityId if absent.
   ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add);
