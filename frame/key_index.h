@@ -79,7 +79,7 @@ class CKeyIndex {
   // Slots allocated, a power of two, 0 while empty.
   uint32_t GetCapacity() const noexcept { return m_slots ? m_mask + 1 : 0; }
 
-  // A well-spread 32-bit tag of a longer key's bytes (at most 32 of them).
+  // A well-spread 32-bit tag of a longer key's bytes.
   static uint32_t HashBytes(const uint8_t* data, uint32_t length) noexcept {
     uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
     uint32_t i = 0;
