@@ -15,6 +15,7 @@
 #include "frame/engine_interfaces.h"
 #include "frame/persist_interfaces.h"
 #include "identity/chain_table.h"
+#include "identity/entity_memo.h"
 #include "identity/identity_interfaces.h"
 #include "platform/object.h"
 
@@ -80,9 +81,13 @@ class EntityTable final
   // The sub-table of a type that this table can identify, or kNoEntitySubTable.
   uint32_t SubTableFor(ULONG type) const noexcept;
 
-  // Finds the value in sub-table n (compared over the sub-table's length),
-  // adding it if add; its identifier, or kNoEntityId if absent.
-  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add);
+  // Finds the value in sub-table n (compared over the sub-table's length,
+  // filed in the index under tag), adding it if add; its identifier, or
+  // kNoEntityId if absent.
+  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, uint32_t tag, bool add);
+  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add) {
+    return FindOrAddIn(n, value, CKeyIndex::HashBytes(value, SubTableLength(n)), add);
+  }
   const uint8_t* Data(uint32_t n, uint32_t index) const noexcept { return m_tables[n]->Record(index) + kDataOffset; }
 
   // Sub-table 4 in streams and text: a protocol by its path in the host's
@@ -94,6 +99,7 @@ class EntityTable final
   std::atomic<USHORT> m_version{kEntityVersion};
   ComPtr<IProtoSpecs> m_protoSpecs;
   std::array<std::unique_ptr<CChainTable>, kEntitySubTableCount> m_tables;
+  CEntityMemo m_memo;
 };
 
 }  // namespace zemo
