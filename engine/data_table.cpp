@@ -109,28 +109,35 @@ bool IsPlain(VARTYPE vt) {
 
 }  // namespace
 
-uint32_t DataRows::Intern(std::u16string_view text) {
-  const uint32_t tag =
-      CKeyIndex::HashBytes(reinterpret_cast<const uint8_t*>(text.data()), static_cast<uint32_t>(text.size() * 2));
-  uint32_t found = m_textIndex.Find(tag, [&](uint32_t id) {
-    auto [offset, length] = m_texts[id];
-    return std::u16string_view(m_text).substr(offset, length) == text;
-  });
-  if (found != CKeyIndex::kNone) return found;
-  if (m_text.size() + text.size() > 0xFFFFFFFFu || m_texts.size() >= 0xFFFFFFFEu) AtlThrow(E_OUTOFMEMORY);
-  m_textIndex.Reserve();
-  const auto id = static_cast<uint32_t>(m_texts.size());
-  m_texts.emplace_back(static_cast<uint32_t>(m_text.size()), static_cast<uint32_t>(text.size()));
-  m_text += text;
-  m_textIndex.Insert(tag, id);
-  return id;
+uint32_t DataRows::AddText(std::u16string_view text) {
+  if (text.size() > 0xFFFFFFFFu - 2) AtlThrow(E_OUTOFMEMORY);
+  const auto units = static_cast<uint32_t>(text.size()) + 2;
+  const bool own = units > kPiece;
+  if (own || m_pieceUsed + units > kPiece) {
+    if (m_pieces.size() >= (size_t{1} << (32 - kPieceBits)) - 1) AtlThrow(E_OUTOFMEMORY);
+    m_pieces.emplace_back(new char16_t[own ? units : kPiece]);
+    m_pieceUsed = 0;
+  }
+  char16_t* at = m_pieces.back().get() + m_pieceUsed;
+  const auto length = static_cast<uint32_t>(text.size());
+  at[0] = static_cast<char16_t>(length & 0xFFFF);
+  at[1] = static_cast<char16_t>(length >> 16);
+  std::copy(text.begin(), text.end(), at + 2);
+  const uint32_t place = static_cast<uint32_t>(m_pieces.size() - 1) << kPieceBits | m_pieceUsed;
+  m_pieceUsed = own ? kPiece : m_pieceUsed + units;
+  return place;
+}
+
+std::u16string_view DataRows::TextAt(uint32_t place) const noexcept {
+  const char16_t* at = m_pieces[place >> kPieceBits].get() + (place & (kPiece - 1));
+  return {at + 2, uint32_t{at[0]} | uint32_t{at[1]} << 16};
 }
 
 DataRows::Cell DataRows::Pack(const VARIANT& value) {
   Cell cell;
   cell.vt = value.vt;
   if (value.vt == VT_BSTR)
-    cell.ref = value.bstrVal ? Intern(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal))) : kNullText;
+    cell.ref = value.bstrVal ? AddText(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal))) : kNullText;
   else
     std::memcpy(&cell.bits, &value.llVal, sizeof cell.bits);
   return cell;
@@ -153,8 +160,8 @@ void DataRows::Unpack(const Cell& cell, VARIANT* out) const {
   } else if (cell.vt == VT_BSTR) {
     BSTR text = nullptr;
     if (cell.ref != kNullText) {
-      auto [offset, length] = m_texts[cell.ref];
-      text = SysAllocStringLen(m_text.data() + offset, length);
+      std::u16string_view stored = TextAt(cell.ref);
+      text = SysAllocStringLen(stored.data(), static_cast<uint32_t>(stored.size()));
       if (!text) AtlThrow(E_OUTOFMEMORY);
     }
     VariantClear(out);

@@ -6,11 +6,11 @@
 // table is gone, and nothing points back up, so there are no cycles.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "frame/engine_interfaces.h"
-#include "frame/key_index.h"
 #include "platform/object.h"
 
 namespace zemo {
@@ -59,9 +59,9 @@ class DataRow final : public Object<DataRow, IDataRow> {
 };
 
 // The rows of a table and all their cells. A table of a large capture has
-// hundreds of thousands of rows that name the same few addresses again and
-// again, so cells are 16 bytes each in one array, and their text is kept
-// once in a pool; a value is a VARIANT again only when it is read.
+// hundreds of thousands of rows, so cells are 16 bytes each in one array,
+// their text lies end to end in large pieces, and a value is a VARIANT again
+// only when it is read: a row costs no allocation of its own.
 class DataRows final : public Object<DataRows, IDataRows> {
  public:
   explicit DataRows(ComPtr<DataColumns> columns) : m_columns(std::move(columns)) {}
@@ -101,7 +101,9 @@ class DataRows final : public Object<DataRows, IDataRows> {
   Cell Pack(const VARIANT& value);
   Cell Keep(CVariant&& value);
   void Unpack(const Cell& cell, VARIANT* out) const;
-  uint32_t Intern(std::u16string_view text);
+  // A text into the pieces; its place there.
+  uint32_t AddText(std::u16string_view text);
+  std::u16string_view TextAt(uint32_t place) const noexcept;
   // Room for column in row, moving the row to the end when it must widen
   // and is not the last.
   Cell& Place(size_t row, LONG column);
@@ -109,9 +111,13 @@ class DataRows final : public Object<DataRows, IDataRows> {
   ComPtr<DataColumns> m_columns;
   std::vector<Cell> m_cells;
   std::vector<Span> m_rows;
-  std::u16string m_text;                              // the pooled texts, one after another
-  std::vector<std::pair<uint32_t, uint32_t>> m_texts;  // offset and length of each
-  CKeyIndex m_textIndex;                              // a text's place by its hash
+  // Texts, each its length in two units and then its units, in pieces of
+  // kPiece units (a longer text has a piece of its own); a text's place is
+  // its piece above kPieceBits and its offset below.
+  static constexpr uint32_t kPieceBits = 16;
+  static constexpr uint32_t kPiece = 1u << kPieceBits;
+  std::vector<std::unique_ptr<char16_t[]>> m_pieces;
+  uint32_t m_pieceUsed = kPiece;
   std::vector<CVariant> m_kept;
 };
 

@@ -120,13 +120,17 @@ TEST(EngineDataTable, CellsNeverSetReadEmptyIncludingLaterColumns) {
   EXPECT_EQ(E_INVALIDARG, row->GetValue(3, out.Out()));
 }
 
-// Rows that repeat a few texts, a null text, an object, and a column added
-// when rows already stand: every row reads back its own values, whether it
-// widens in place (the last row) or moves (one in the middle).
+// Rows of texts that fill several pieces of text store (one of them longer
+// than a piece), a null text, an object, and a column added when rows
+// already stand: every row reads back its own values, whether it widens in
+// place (the last row) or moves (one in the middle).
 TEST(EngineDataTable, RowsKeepTheirOwnValuesAsTheyShareTextAndWiden) {
   Table t;
-  constexpr LONG kRows = 300;
-  auto name = [](LONG i) { return std::u16string(i % 3 == 0 ? u"alpha" : i % 3 == 1 ? u"beta" : u"") + u"#" + char16_t(u'0' + i % 7); };
+  constexpr LONG kRows = 7000;
+  auto name = [](LONG i) {
+    if (i == 5) return std::u16string(70000, u'x');
+    return std::u16string(i % 3 == 0 ? u"alpha" : i % 3 == 1 ? u"beta" : u"") + u"#" + char16_t(u'0' + i % 7);
+  };
   for (LONG i = 0; i < kRows; ++i) {
     auto row = t.AddRow();
     CVariant text = CVariant::Str(name(i)), packets = CVariant::UI8(uint64_t(i) * 1000);
