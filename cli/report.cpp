@@ -90,11 +90,17 @@ uint64_t CellU64(const VARIANT& cell) {
 }
 
 // Sum of the named columns of a row; absent columns count 0.
-uint64_t RowWeight(const TableReader& t, size_t row, std::initializer_list<const char*> names) {
+uint64_t RowWeight(std::span<const DataCellView> cells, const std::vector<int>& columns) {
   uint64_t sum = 0;
-  for (const char* n : names)
-    if (int i = t.Column(n); i >= 0) sum += CellU64(t.Cell(row, i));
+  for (int i : columns)
+    if (i >= 0 && static_cast<size_t>(i) < cells.size()) sum += CellU64(cells[i].value);
   return sum;
+}
+
+std::vector<int> ColumnsOf(const TableReader& t, std::initializer_list<const char*> names) {
+  std::vector<int> columns;
+  for (const char* n : names) columns.push_back(t.Column(n));
+  return columns;
 }
 
 // Six groups of two hexadecimal digits: a physical address as MediaUtils writes it.
@@ -149,14 +155,18 @@ bool IsNumber(VARTYPE vt) {
   }
 }
 
+using RowTest = bool (*)(const TableReader&, std::span<const DataCellView>);
+
 // The rows of a table ordered by weight, heaviest first, at most top of them.
 std::vector<size_t> Heaviest(const TableReader& t, std::initializer_list<const char*> weight, size_t top,
-                             bool (*keep)(const TableReader&, size_t) = nullptr) {
+                             RowTest keep = nullptr) {
   // Each weight once, then only the top of the order: a table of a large
   // capture has hundreds of thousands of rows. Equal weights keep row order.
+  const std::vector<int> columns = ColumnsOf(t, weight);
   std::vector<std::pair<uint64_t, size_t>> weighed;
-  for (size_t i = 0; i < t.RowCount(); ++i)
-    if (!keep || keep(t, i)) weighed.emplace_back(RowWeight(t, i, weight), i);
+  t.ForEachRow([&](size_t row, std::span<const DataCellView> cells) {
+    if (!keep || keep(t, cells)) weighed.emplace_back(RowWeight(cells, columns), row);
+  });
   auto heavier = [](const auto& a, const auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; };
   const size_t n = std::min(top, weighed.size());
   std::partial_sort(weighed.begin(), weighed.begin() + static_cast<std::ptrdiff_t>(n), weighed.end(), heavier);
@@ -180,12 +190,14 @@ void PrintRows(std::FILE* out, const TableReader& t, const std::vector<size_t>& 
   }
   std::vector<std::vector<std::string>> cells;
   for (size_t r : rows) {
-    std::vector<std::string> line;
-    for (size_t c = 0; c < index.size(); ++c) {
-      CVariant v = t.Cell(r, index[c]);
-      line.push_back(CellText(v));
-      if (IsNumber(v.vt)) numeric[c] = true;
-    }
+    std::vector<std::string> line(index.size());
+    t.ViewRow(r, [&](size_t, std::span<const DataCellView> row) {
+      for (size_t c = 0; c < index.size(); ++c) {
+        const DataCellView& v = row[index[c]];
+        line[c] = CellText(v);
+        if (IsNumber(v.value.vt)) numeric[c] = true;
+      }
+    });
     cells.push_back(std::move(line));
   }
   PrintTable(out, heads, cells, numeric);
@@ -212,11 +224,11 @@ void PrintGeneric(std::FILE* out, const TableReader& t, size_t top) {
   }
 }
 
-bool IsPhysicalRow(const TableReader& t, size_t row) {
+bool IsPhysicalRow(const TableReader& t, std::span<const DataCellView> cells) {
   int i = t.Column("Node");
-  return i >= 0 && IsPhysicalText(CellText(t.Cell(row, i)));
+  return i >= 0 && static_cast<size_t>(i) < cells.size() && IsPhysicalText(CellText(cells[i]));
 }
-bool IsLogicalRow(const TableReader& t, size_t row) { return !IsPhysicalRow(t, row); }
+bool IsLogicalRow(const TableReader& t, std::span<const DataCellView> cells) { return !IsPhysicalRow(t, cells); }
 
 void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& info) {
   Totals t = ReadTotals(analysis);
@@ -255,11 +267,10 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
 bool TableReader::Open(IZemoStats* stats) {
   ComPtr<ISelectableObject> selectable;
   if (!stats || FAILED(stats->QueryInterface(ISelectableObject::iid, selectable.OutVoid()))) return false;
-  ComPtr<IDataTable> data;
   ComPtr<IDataColumns> columns;
-  if (FAILED(selectable->GetTable(data.ReleaseAndGetAddressOf())) || !data ||
-      FAILED(data->GetColumns(columns.ReleaseAndGetAddressOf())) ||
-      FAILED(data->GetRows(m_rows.ReleaseAndGetAddressOf())))
+  if (FAILED(selectable->GetTable(m_table.ReleaseAndGetAddressOf())) || !m_table ||
+      FAILED(m_table->GetColumns(columns.ReleaseAndGetAddressOf())) ||
+      FAILED(m_table->GetRows(m_rows.ReleaseAndGetAddressOf())))
     return false;
   LONG columnCount = 0, rowCount = 0;
   if (FAILED(columns->GetCount(&columnCount)) || FAILED(m_rows->GetCount(&rowCount))) return false;
@@ -270,6 +281,8 @@ bool TableReader::Open(IZemoStats* stats) {
     m_columns.push_back(name.Utf8());
   }
   m_rowCount = static_cast<size_t>(std::max<LONG>(rowCount, 0));
+  const auto* own = dynamic_cast<const DataTable*>(m_table.Get());
+  m_direct = own ? &own->Rows() : nullptr;
   return true;
 }
 
@@ -279,20 +292,26 @@ int TableReader::Column(std::string_view name) const {
   return -1;
 }
 
-bool TableReader::Read(size_t row, std::vector<CVariant>& cells) const {
+bool TableReader::ViewThroughInterfaces(size_t row, std::vector<CVariant>& cells,
+                                        std::vector<DataCellView>& views) const {
   // GetValues writes over what it is given, so what was there goes first.
   cells.clear();
   cells.resize(m_columns.size());
   ComPtr<IDataRow> r;
-  if (FAILED(m_rows->GetRow(static_cast<LONG>(row), r.ReleaseAndGetAddressOf()))) return false;
-  return cells.empty() || SUCCEEDED(r->GetValues(static_cast<LONG>(cells.size()), cells.data()));
+  if (FAILED(m_rows->GetRow(static_cast<LONG>(row), r.ReleaseAndGetAddressOf())) ||
+      (!cells.empty() && FAILED(r->GetValues(static_cast<LONG>(cells.size()), cells.data()))))
+    return false;
+  views.assign(cells.size(), DataCellView{});
+  for (size_t i = 0; i < cells.size(); ++i) {
+    std::memcpy(&views[i].value, &cells[i], sizeof(VARIANT));
+    if (cells[i].vt == VT_BSTR && cells[i].bstrVal)
+      views[i].text = std::u16string_view(cells[i].bstrVal, SysStringLen(cells[i].bstrVal));
+  }
+  return true;
 }
 
-CVariant TableReader::Cell(size_t row, int column) const {
-  CVariant cell;
-  ComPtr<IDataRow> r;
-  if (SUCCEEDED(m_rows->GetRow(static_cast<LONG>(row), r.ReleaseAndGetAddressOf()))) r->GetValue(column, &cell);
-  return cell;
+std::string CellText(const DataCellView& cell) {
+  return cell.value.vt == VT_BSTR ? ToUtf8(cell.text) : CellText(cell.value);
 }
 
 std::string CellText(const VARIANT& cell) {
@@ -337,31 +356,68 @@ void AppendDouble(std::string& out, double value) {
   if (text.find_first_of(".eE") == std::string_view::npos) out += ".0";
 }
 
-void AppendJsonString(std::string& out, std::string_view text) {
+// One ASCII character of a JSON string at p, escaped where JSON wants it
+// (six bytes at most); the end.
+char* JsonAscii(char* p, char c) noexcept {
   static constexpr char kHex[] = "0123456789abcdef";
-  out += '"';
-  for (char c : text) {
-    auto u = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += c;
-    } else if (u < 0x20) {
-      switch (c) {
-        case '\b': out += "\\b"; break;
-        case '\f': out += "\\f"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default: out += "\\u00"; out += kHex[u >> 4]; out += kHex[u & 15];
-      }
-    } else {
-      out += c;
+  const auto u = static_cast<unsigned char>(c);
+  if (c == '"' || c == '\\') {
+    *p++ = '\\';
+  } else if (u < 0x20) {
+    *p++ = '\\';
+    switch (c) {
+      case '\b': *p++ = 'b'; return p;
+      case '\f': *p++ = 'f'; return p;
+      case '\n': *p++ = 'n'; return p;
+      case '\r': *p++ = 'r'; return p;
+      case '\t': *p++ = 't'; return p;
+      default:
+        for (char d : {'u', '0', '0', kHex[u >> 4], kHex[u & 15]}) *p++ = d;
+        return p;
     }
   }
-  out += '"';
+  *p++ = c;
+  return p;
+}
+
+// Text as a JSON string, written straight into out: UTF-8 but for what JSON
+// escapes. Each unit takes at most six bytes.
+template <class Unit, class Step>
+void AppendJsonText(std::string& out, std::basic_string_view<Unit> text, Step&& step) {
+  const size_t at = out.size();
+  out.resize(at + text.size() * 6 + 2);
+  char* p = out.data() + at;
+  *p++ = '"';
+  for (size_t i = 0; i < text.size();) p = step(p, text, i);
+  *p++ = '"';
+  out.resize(static_cast<size_t>(p - out.data()));
+}
+
+void AppendJsonString(std::string& out, std::u16string_view text) {
+  AppendJsonText(out, text, [](char* p, std::u16string_view t, size_t& i) {
+    return t[i] < 0x80 ? JsonAscii(p, static_cast<char>(t[i++])) : EncodeUtf8(p, NextCodePoint(t, i));
+  });
+}
+
+void AppendJsonString(std::string& out, std::string_view utf8) {
+  AppendJsonText(out, utf8, [](char* p, std::string_view t, size_t& i) {
+    const char c = t[i++];
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      *p = c;
+      return p + 1;
+    }
+    return JsonAscii(p, c);
+  });
 }
 
 }  // namespace
+
+void AppendJsonCell(std::string& out, const DataCellView& cell) {
+  if (cell.value.vt == VT_BSTR)
+    AppendJsonString(out, cell.text);
+  else
+    AppendJsonCell(out, cell.value);
+}
 
 void AppendJsonCell(std::string& out, const VARIANT& cell) {
   switch (cell.vt) {
@@ -376,7 +432,9 @@ void AppendJsonCell(std::string& out, const VARIANT& cell) {
     case VT_UI2: return AppendNumber(out, cell.uiVal);
     case VT_UI4: case VT_UINT: return AppendNumber(out, cell.ulVal);
     case VT_UI8: return AppendNumber(out, cell.ullVal);
-    case VT_BSTR: return AppendJsonString(out, CellText(cell));
+    case VT_BSTR:
+      return AppendJsonString(out, cell.bstrVal ? std::u16string_view(cell.bstrVal, SysStringLen(cell.bstrVal))
+                                                : std::u16string_view());
     default: out += "null";
   }
 }
@@ -434,9 +492,10 @@ std::string Indented(const Json& value, int depth) {
   return out;
 }
 
-// "columns" and "rows" of a table, each row on a line of its own.
-template <class RowFn>
-void WriteRows(JsonOut& out, const std::vector<std::string>& columns, size_t rows, RowFn&& row) {
+// "columns" and "rows" of a table, each row on a line of its own:
+// rows(row) calls row(cells) for each row, and cells(text) writes its cells.
+template <class RowsFn>
+void WriteRows(JsonOut& out, const std::vector<std::string>& columns, RowsFn&& rows) {
   std::string& t = out.Text();
   t += "      \"columns\": [";
   for (size_t c = 0; c < columns.size(); ++c) {
@@ -444,13 +503,15 @@ void WriteRows(JsonOut& out, const std::vector<std::string>& columns, size_t row
     AppendJsonString(t, columns[c]);
   }
   t += "],\n      \"rows\": [";
-  for (size_t i = 0; i < rows; ++i) {
-    t += i ? ",\n        [" : "\n        [";
-    row(i, t);
+  bool first = true;
+  rows([&](auto&& cells) {
+    t += first ? "\n        [" : ",\n        [";
+    first = false;
+    cells(t);
     t += ']';
     out.MaybeFlush();
-  }
-  t += rows ? "\n      ]" : "]";
+  });
+  t += first ? "]" : "\n      ]";
 }
 
 }  // namespace
@@ -492,17 +553,19 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
     out.Text() += Json(name).dump() + ": {\n";
     first = false;
   };
-  std::vector<CVariant> cells;
   for (const StatisticEntry& s : analysis.Statistics()) {
     TableReader table;
     if (!s.selectable || !table.Open(s.stats.Get())) continue;
     open(s.selectName);
-    WriteRows(out, table.Columns(), table.RowCount(), [&](size_t i, std::string& text) {
-      if (!table.Read(i, cells)) cells.assign(table.Columns().size(), CVariant());
-      for (size_t c = 0; c < cells.size(); ++c) {
-        if (c) text += ", ";
-        AppendJsonCell(text, cells[c]);
-      }
+    WriteRows(out, table.Columns(), [&](auto&& row) {
+      table.ForEachRow([&](size_t, std::span<const DataCellView> cells) {
+        row([&](std::string& text) {
+          for (size_t c = 0; c < cells.size(); ++c) {
+            if (c) text += ", ";
+            AppendJsonCell(text, cells[c]);
+          }
+        });
+      });
     });
     out.Text() += "\n    }";
   }
@@ -510,10 +573,13 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   if (ReadTraffic(analysis, &traffic)) {
     open("dashboardstats");
     out.Text() += "      \"interval_seconds\": " + std::to_string(traffic.interval) + ",\n";
-    WriteRows(out, {"Time", "BytesPerSecond"}, traffic.samples.size(), [&](size_t i, std::string& text) {
-      AppendJsonString(text, traffic.TimeOf(i));
-      text += ", ";
-      AppendDouble(text, traffic.samples[i]);
+    WriteRows(out, {"Time", "BytesPerSecond"}, [&](auto&& row) {
+      for (size_t i = 0; i < traffic.samples.size(); ++i)
+        row([&](std::string& text) {
+          AppendJsonString(text, traffic.TimeOf(i));
+          text += ", ";
+          AppendDouble(text, traffic.samples[i]);
+        });
     });
     out.Text() += "\n    }";
   }
@@ -563,14 +629,19 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
   std::string n = std::to_string(top);
 
   section("sizestats", "Size distribution", [&](const TableReader& t) {
+    const std::vector<int> value = ColumnsOf(t, {"Value"});
+    const int label = t.Column("Stat");
+    std::vector<std::pair<std::string, uint64_t>> buckets;
     uint64_t all = 0;
-    for (size_t row = 0; row < t.RowCount(); ++row) all += RowWeight(t, row, {"Value"});
+    t.ForEachRow([&](size_t, std::span<const DataCellView> cells) {
+      uint64_t v = RowWeight(cells, value);
+      buckets.emplace_back(label >= 0 && size_t(label) < cells.size() ? CellText(cells[label]) : "", v);
+      all += v;
+    });
     std::vector<std::vector<std::string>> rows;
-    for (size_t row = 0; row < t.RowCount(); ++row) {
-      uint64_t v = RowWeight(t, row, {"Value"});
+    for (const auto& [name, v] : buckets) {
       double share = all ? 100.0 * v / all : 0;
-      int label = t.Column("Stat");
-      rows.push_back({label >= 0 ? CellText(t.Cell(row, label)) : "", std::to_string(v), Fixed(share, 1) + "%",
+      rows.push_back({name, std::to_string(v), Fixed(share, 1) + "%",
                       std::string(static_cast<size_t>(share / 2.5 + 0.5), '#')});
     }
     PrintTable(out, {"Size", "Packets", "Share", ""}, rows, {false, true, true, false});

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/analysis.h"
+#include "engine/data_table.h"
 #include "frame/engine_interfaces.h"
 #include "platform/variant.h"
 
@@ -26,7 +27,9 @@ struct CaptureInfo {
 };
 
 // A statistic's result table (ISelectableObject::GetTable), read a row at a
-// time, so that a table of a million rows never stands in memory twice.
+// time, so that a table of a million rows never stands in memory twice. A
+// table of the engine's own class (which this host registered) is read
+// directly, without a copy of each cell; any other through its interfaces.
 class TableReader {
  public:
   // False if the statistic has no table or building it failed.
@@ -36,22 +39,44 @@ class TableReader {
   // The index of a column by name, -1 if none.
   int Column(std::string_view name) const;
   size_t RowCount() const { return m_rowCount; }
-  // The row's cells in column order; false if it cannot be read.
-  bool Read(size_t row, std::vector<CVariant>& cells) const;
-  // One cell; empty if it cannot be read.
-  CVariant Cell(size_t row, int column) const;
+
+  // fn(row, cells) for each row in order; the cells are lent for the call.
+  template <class Fn>
+  void ForEachRow(Fn&& fn) const {
+    if (m_direct) return m_direct->ForEachRow(fn);
+    std::vector<CVariant> cells;
+    std::vector<DataCellView> views;
+    for (size_t row = 0; row < m_rowCount; ++row)
+      if (ViewThroughInterfaces(row, cells, views)) fn(row, std::span<const DataCellView>(views));
+  }
+  // fn(row, cells) for one row; false if it cannot be read.
+  template <class Fn>
+  bool ViewRow(size_t row, Fn&& fn) const {
+    if (m_direct) return m_direct->ViewRow(row, fn);
+    std::vector<CVariant> cells;
+    std::vector<DataCellView> views;
+    if (!ViewThroughInterfaces(row, cells, views)) return false;
+    fn(row, std::span<const DataCellView>(views));
+    return true;
+  }
 
  private:
+  bool ViewThroughInterfaces(size_t row, std::vector<CVariant>& cells, std::vector<DataCellView>& views) const;
+
+  ComPtr<IDataTable> m_table;
   ComPtr<IDataRows> m_rows;
+  const DataRows* m_direct = nullptr;  // the rows of m_table when it is the engine's own
   std::vector<std::string> m_columns;
   size_t m_rowCount = 0;
 };
 
 // A cell as text for people: numbers in decimal, text as it is, empty for none.
 std::string CellText(const VARIANT& cell);
+std::string CellText(const DataCellView& cell);
 // A cell as a JSON value appended to out: numbers stay numbers, text is
 // UTF-8, empty is null.
 void AppendJsonCell(std::string& out, const VARIANT& cell);
+void AppendJsonCell(std::string& out, const DataCellView& cell);
 
 // ZemoTime as ISO 8601 in UTC with nanoseconds: 2026-11-23T04:47:21.123456789Z.
 std::string IsoTime(ZemoTime time);

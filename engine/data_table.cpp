@@ -172,6 +172,24 @@ void DataRows::Unpack(const Cell& cell, VARIANT* out) const {
   }
 }
 
+void DataRows::View(size_t row, std::vector<DataCellView>& views) const {
+  views.assign(static_cast<size_t>(m_columns->Count()), DataCellView{});
+  const Span& span = m_rows[row];
+  for (uint32_t i = 0; i < span.width && i < views.size(); ++i) {
+    const Cell& cell = m_cells[span.first + i];
+    DataCellView& view = views[i];
+    if (IsPlain(cell.vt)) {
+      view.value.vt = cell.vt;
+      std::memcpy(&view.value.llVal, &cell.bits, sizeof cell.bits);
+    } else if (cell.vt == VT_BSTR) {
+      view.value.vt = VT_BSTR;
+      if (cell.ref != kNullText) view.text = TextAt(cell.ref);
+    } else {
+      std::memcpy(&view.value, &m_kept[cell.ref], sizeof(VARIANT));
+    }
+  }
+}
+
 DataRows::Cell& DataRows::Place(size_t row, LONG column) {
   Span& span = m_rows[row];
   const auto wanted = static_cast<uint32_t>(column);

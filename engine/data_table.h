@@ -7,6 +7,8 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,14 @@ class DataColumns final : public Object<DataColumns, IDataColumns> {
 };
 
 class DataRows;
+
+// A cell as a host that reads its own table directly sees it, lent for the
+// call: text as a view (value.vt is VT_BSTR, value.bstrVal unset), any
+// other value as a variant that holds no reference of its own.
+struct DataCellView {
+  VARIANT value;
+  std::u16string_view text;
+};
 
 // One row of a DataRows: a view that keeps the rows alive, so that a host
 // may hold it after the table is gone. The cells live in the rows object,
@@ -79,6 +89,28 @@ class DataRows final : public Object<DataRows, IDataRows> {
   // can fail.
   void LoadAll(size_t row, LONG count, VARIANT* values) const;
 
+  // The reading side for the host that made the table's class: fn(row,
+  // cells) with a view of each cell in column order, for one row (false if
+  // there is no such row) or all of them, under the lock and without copies.
+  template <class Fn>
+  bool ViewRow(size_t row, Fn&& fn) const {
+    std::lock_guard<CObjectLock> hold(ObjectLock());
+    if (row >= m_rows.size()) return false;
+    std::vector<DataCellView> views;
+    View(row, views);
+    fn(row, std::span<const DataCellView>(views));
+    return true;
+  }
+  template <class Fn>
+  void ForEachRow(Fn&& fn) const {
+    std::lock_guard<CObjectLock> hold(ObjectLock());
+    std::vector<DataCellView> views;
+    for (size_t row = 0; row < m_rows.size(); ++row) {
+      View(row, views);
+      fn(row, std::span<const DataCellView>(views));
+    }
+  }
+
  private:
   // A value without resources in its bits; text by its place in the pool;
   // anything else (objects, identifiers) by its place among the kept values.
@@ -101,6 +133,8 @@ class DataRows final : public Object<DataRows, IDataRows> {
   Cell Pack(const VARIANT& value);
   Cell Keep(CVariant&& value);
   void Unpack(const Cell& cell, VARIANT* out) const;
+  // Views of a row's cells, as many as there are columns.
+  void View(size_t row, std::vector<DataCellView>& views) const;
   // A text into the pieces; its place there.
   uint32_t AddText(std::u16string_view text);
   std::u16string_view TextAt(uint32_t place) const noexcept;
@@ -127,6 +161,9 @@ class DataTable final : public Object<DataTable, IDataTable> {
 
   HRESULT GetColumns(IDataColumns** out) override;
   HRESULT GetRows(IDataRows** out) override;
+
+  // The rows, for the host that reads its own table directly.
+  const DataRows& Rows() const noexcept { return *m_rows; }
 
  private:
   ComPtr<DataColumns> m_columns;

@@ -31,8 +31,30 @@ class CEntityMemo {
     uint32_t table;
     uint64_t words[3];
 
+    // From a value of length bytes.
     Key(uint32_t n, const uint8_t* value, uint32_t length) noexcept : table(n), words{} {
       std::memcpy(words, value, length);
+    }
+    // From the whole 24-byte data field of a spec, of which length bytes
+    // count: three whole words and masks, in place of a copy of any length.
+    static Key OfField(uint32_t n, const uint8_t (&data)[24], uint32_t length) noexcept {
+      Key key(n, data, 0);
+      std::memcpy(key.words, data, sizeof key.words);
+      for (uint32_t i = 0; i < 3; ++i) {
+        const uint32_t bytes = length > 8 * i ? length - 8 * i : 0;
+        key.words[i] &= bytes >= 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * bytes)) - 1;
+      }
+      return key;
+    }
+
+    // A well-spread hash of sub-table and value: the memo's slot, and the
+    // value's tag in its sub-table's index.
+    uint32_t Hash() const noexcept {
+      uint64_t h = words[0] * 0x9E3779B97F4A7C15ull ^ words[1] * 0xC2B2AE3D27D4EB4Full ^
+                   words[2] * 0x165667B19E3779F9ull ^ table;
+      h ^= h >> 32;
+      h *= 0xD6E8FEB86659FD93ull;
+      return static_cast<uint32_t>(h >> 32);
     }
   };
 

@@ -114,9 +114,8 @@ HRESULT EntityTable::FindOrAdd(const MediaSpec* spec, LONG add, ULONG* id) {
     *id = kNoEntityId;
     uint32_t n = SubTableFor(spec->fType);
     if (n == kNoEntitySubTable) return E_FAIL;
-    const uint32_t length = SubTableLength(n);
-    const CEntityMemo::Key key(n, spec->fData, length);
-    const uint32_t tag = CKeyIndex::HashBytes(spec->fData, length);
+    const CEntityMemo::Key key = CEntityMemo::Key::OfField(n, spec->fData, SubTableLength(n));
+    const uint32_t tag = key.Hash();
     *id = m_memo.Find(key, tag);
     if (*id != kNoEntityId) return S_OK;
     std::lock_guard<CObjectLock> hold(ObjectLock());

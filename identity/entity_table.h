@@ -86,7 +86,7 @@ class EntityTable final
   // kNoEntityId if absent.
   ULONG FindOrAddIn(uint32_t n, const uint8_t* value, uint32_t tag, bool add);
   ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add) {
-    return FindOrAddIn(n, value, CKeyIndex::HashBytes(value, SubTableLength(n)), add);
+    return FindOrAddIn(n, value, CEntityMemo::Key(n, value, SubTableLength(n)).Hash(), add);
   }
   const uint8_t* Data(uint32_t n, uint32_t index) const noexcept { return m_tables[n]->Record(index) + kDataOffset; }
 

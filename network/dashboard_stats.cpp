@@ -55,7 +55,8 @@ ComPtr<IHistoryStats> DashboardStats::CreateHistory() {
 }
 
 void DashboardStats::AddRung(ComPtr<IHistoryStats> history, ULONG sampleLimit) {
-  Rung rung{nullptr, InputOf<IProcessPacket>(history.Get()), InputOf<IProcessTime>(history.Get()), sampleLimit};
+  Rung rung{nullptr, InputOf<IProcessPacket>(history.Get()), InputOf<IProcessTime>(history.Get()),
+            dynamic_cast<HistoryStats*>(history.Get()), sampleLimit};
   rung.history = std::move(history);
   m_rungs.push_back(std::move(rung));
 }
@@ -154,12 +155,21 @@ HRESULT DashboardStats::ProcessPacket(IPacket* packet) {
   return Locked([&] {
     if (!packet) AtlThrow(E_INVALIDARG);
     ZemoTime now = 0;
-    auto give = [&](Rung& rung) { rung.packetInput->ProcessPacket(packet); };
-    // A packet without a time still reaches the rungs, which take nothing from it.
-    if (FAILED(packet->GetTimeStamp(&now)))
-      for (Rung& rung : m_rungs) give(rung);
-    else
-      Pass(now, give);
+    USHORT length = 0;
+    // A packet without a time or length still reaches the rungs, which take
+    // nothing from it.
+    if (FAILED(packet->GetTimeStamp(&now)) || FAILED(packet->GetPacketLength(&length))) {
+      for (Rung& rung : m_rungs) rung.packetInput->ProcessPacket(packet);
+      return;
+    }
+    // The module's own histories take what was read once; another class's
+    // reads the packet itself.
+    Pass(now, [&](Rung& rung) {
+      if (rung.own)
+        rung.own->Take(now, length);
+      else
+        rung.packetInput->ProcessPacket(packet);
+    });
   });
 }
 

@@ -71,6 +71,7 @@ class DashboardStats final : public Object<DashboardStats, IDashboardStats, IZem
     ComPtr<IHistoryStats> history;
     IProcessPacket* packetInput;  // of the same object, no reference of its own
     IProcessTime* timeInput;
+    HistoryStats* own;            // the same object when it is this module's class, else null
     ULONG sampleLimit;
     ZemoTime fullAfter = kNever;  // a packet or tick after this fills the rung
   };

@@ -120,6 +120,13 @@ HRESULT HistoryStats::ProcessPacket(IPacket* packet) {
   });
 }
 
+HRESULT HistoryStats::Take(ZemoTime time, USHORT length) {
+  return Locked([&] {
+    Advance(time);
+    m_bytesInSpan += length;
+  });
+}
+
 HRESULT HistoryStats::ProcessTime(ZemoTime now) {
   return Locked([&] { Advance(now); });
 }

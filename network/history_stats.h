@@ -51,6 +51,9 @@ class HistoryStats final : public Object<HistoryStats, IHistoryStats, IZemoStats
   // IProcessPacket, IProcessTime
   HRESULT ProcessPacket(IPacket* packet) override;
   HRESULT ProcessTime(ZemoTime now) override;
+  // ProcessPacket for a caller that has read the packet's time and length
+  // already: the dashboard, which hands one packet to a whole ladder.
+  HRESULT Take(ZemoTime time, USHORT length);
 
   // IPersistStream, IPersistXml (no content), IPersistFile
   HRESULT GetClassID(CLSID* out) override;

@@ -28,6 +28,10 @@ namespace zemo {
 size_t WideLength(const char16_t* text);
 
 std::string ToUtf8(std::u16string_view text);
+// The code point at text[i] (a lone surrogate is U+FFFD), with i moved past it.
+char32_t NextCodePoint(std::u16string_view text, size_t& i) noexcept;
+// One code point as UTF-8 at p, which has room for 4 bytes; the end.
+char* EncodeUtf8(char* p, char32_t c) noexcept;
 std::u16string FromUtf8(std::string_view text);
 
 // The runtime's towupper over one UTF-16 unit (Latin and common ranges).

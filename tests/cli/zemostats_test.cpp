@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <limits>
 #include <map>
 #include <set>
 #include <tuple>
@@ -13,6 +14,7 @@
 #include "cli/capture_source.h"
 #include "cli/cli_support.h"
 #include "cli/generator.h"
+#include "cli/report.h"
 #include "engine/frame_decoder.h"
 #include "engine/media_utils.h"
 #include "platform/clock.h"
@@ -364,6 +366,43 @@ TEST(ZemostatsCapture, AMissingInterfaceIsADataError) {
   RunResult r = RunZemostats({"capture", "-i", "zs-no-such-if0", "-c", "1"});
   EXPECT_EQ(1, r.exitCode);
   EXPECT_NE(std::string::npos, r.err.find("zs-no-such-if0")) << r.err;
+}
+
+}  // namespace
+
+namespace {
+
+// Each kind of cell the JSON document writes, read back by a JSON parser:
+// text with what JSON escapes, characters outside ASCII (a lone surrogate
+// becomes U+FFFD), numbers of every width, whole doubles and what JSON
+// cannot hold.
+TEST(ZemostatsJson, CellsReadBackAsTheValuesTheyHold) {
+  using zemo::CVariant;
+  const std::u16string lone = std::u16string(u"a") + char16_t(0xD800) + u"b";
+  const std::pair<CVariant, json> cases[] = {
+      {CVariant::Str(u"plain 10.0.0.1"), "plain 10.0.0.1"},
+      {CVariant::Str(u"quote \" back \\ tab \t nl \n bell \x07"), "quote \" back \\ tab \t nl \n bell \x07"},
+      {CVariant::Str(u"caf\u00e9 \u20ac \U0001F600"), "caf\u00e9 \u20ac \U0001F600"},
+      {CVariant::Str(lone), "a\uFFFDb"},
+      {CVariant::UI8(18446744073709551615ull), 18446744073709551615ull},
+      {CVariant::I8(-9223372036854775807ll), -9223372036854775807ll},
+      {CVariant::UI4(4294967295u), 4294967295u},
+      {CVariant::UI2(65535), 65535},
+      {CVariant::R8(5.0), 5.0},
+      {CVariant::R8(0.1), 0.1},
+      {CVariant::R8(1e300), 1e300},
+      {CVariant::R8(std::numeric_limits<double>::quiet_NaN()), nullptr},
+      {CVariant::Bool(true), true},
+      {CVariant(), nullptr},
+  };
+  for (const auto& [cell, want] : cases) {
+    std::string text;
+    zemo::cli::AppendJsonCell(text, cell);
+    json got = json::parse(text, nullptr, false);
+    ASSERT_FALSE(got.is_discarded()) << text;
+    EXPECT_EQ(want, got) << text;
+    EXPECT_EQ(want.is_number_float(), got.is_number_float()) << text;
+  }
 }
 
 }  // namespace
