@@ -6,16 +6,15 @@
 // pair that is there already, so nothing is added while measuring.
 //
 // Two kinds of traffic pick the pair:
-// - skewed (traffic:0): pair ranks log-uniform, so that a pair's share falls
-//   as 1/rank, as in real captures, where a few hosts carry most packets;
-//   the ranks are scattered over the tables, so hot records are not neighbours.
+// - busy (traffic:0): 1,000 pairs picked at random from all, so scattered
+//   over every table, carry all packets alike: the same work and the same
+//   working set at every table size, so that what grows with the tables is
+//   the cost of finding a record among more, and nothing else.
 // - uniform (traffic:1): every pair alike, the worst case for the caches,
-//   where each lookup of a large table is a trip to memory.
+//   where at a million records each lookup is a trip to memory.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cmath>
-#include <numeric>
 #include <random>
 #include <vector>
 
@@ -40,18 +39,14 @@ using bench::Pair;
 // The pairs the measured packets go between, in order.
 std::vector<uint32_t> Traffic(uint32_t pairs, bool uniform) {
   constexpr size_t kPackets = 1 << 20;
+  constexpr uint32_t kBusy = 1000;
   std::mt19937_64 random(7);
-  std::vector<uint32_t> scatter(pairs);
-  std::iota(scatter.begin(), scatter.end(), 0u);
-  std::shuffle(scatter.begin(), scatter.end(), random);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::vector<uint32_t> busy(std::min(kBusy, pairs));
+  for (uint32_t& pair : busy) pair = std::uniform_int_distribution<uint32_t>(0, pairs - 1)(random);
   std::vector<uint32_t> order(kPackets);
-  for (uint32_t& pick : order) {
-    double u = unit(random);
-    auto rank = uniform ? static_cast<uint32_t>(u * pairs)
-                        : static_cast<uint32_t>(std::exp(u * std::log(double(pairs) + 1.0)) - 1.0);
-    pick = scatter[std::min(rank, pairs - 1)];
-  }
+  for (uint32_t& pick : order)
+    pick = uniform ? std::uniform_int_distribution<uint32_t>(0, pairs - 1)(random)
+                   : busy[std::uniform_int_distribution<size_t>(0, busy.size() - 1)(random)];
   return order;
 }
 

@@ -39,6 +39,7 @@ FrameRing::Entry& FrameRing::Next() {
     m_filled.wait(lock, [&] { return m_published > m_read; });
     m_available = m_published;
   }
+  if (m_read + 1 < m_available) m_entries[(m_read + 1) & m_mask].decoded.packet->Prefetch();
   return m_entries[m_read++ & m_mask];
 }
 

@@ -42,7 +42,8 @@ class FrameRing {
   void Commit(bool now);
 
   // Consumer: the next filled entry, waiting for one. It stays the
-  // consumer's until the next call.
+  // consumer's until the next call. The packet of the entry behind it, when
+  // filled already, is fetched into this core's caches meanwhile.
   Entry& Next();
 
  private:
