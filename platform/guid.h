@@ -5,7 +5,9 @@
 #pragma once
 
 #include <compare>
+#include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "platform/types.h"
 
@@ -15,7 +17,14 @@ struct GUID {
   uint16_t Data3;
   uint8_t Data4[8];
 
+  // Two words at run time: QueryInterface compares identifiers on every call.
   friend constexpr bool operator==(const GUID& a, const GUID& b) {
+    if (!std::is_constant_evaluated()) {
+      uint64_t x[2], y[2];
+      std::memcpy(x, &a, sizeof x);
+      std::memcpy(y, &b, sizeof y);
+      return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+    }
     if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;
     for (int i = 0; i < 8; ++i)
       if (a.Data4[i] != b.Data4[i]) return false;
