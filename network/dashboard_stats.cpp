@@ -1,5 +1,6 @@
 #include "network/dashboard_stats.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "frame/clsids.h"
@@ -58,11 +59,14 @@ void DashboardStats::AddRung(ComPtr<IHistoryStats> history, ULONG sampleLimit) {
   Rung rung{nullptr, InputOf<IProcessPacket>(history.Get()), InputOf<IProcessTime>(history.Get()),
             dynamic_cast<HistoryStats*>(history.Get()), sampleLimit};
   rung.history = std::move(history);
+  m_allOwn = m_allOwn && rung.own;
   m_rungs.push_back(std::move(rung));
 }
 
 void DashboardStats::Rebuild() {
   m_rungs.clear();
+  m_allOwn = true;
+  m_heldBytes = m_heldTime = 0;
   m_rungs.reserve(std::size(kLadder));
   for (const DashboardRung& row : kLadder) {
     ComPtr<IHistoryStats> history = CreateHistory();
@@ -128,6 +132,7 @@ HRESULT DashboardStats::GetHistory(IHistoryStats** history) {
   return Locked([&] {
     CheckOut(history);
     if (m_rungs.empty()) AtlThrow(E_INVALIDARG);
+    Flush();
     m_rungs.front().history.CopyTo(history);
   });
 }
@@ -162,6 +167,12 @@ HRESULT DashboardStats::ProcessPacket(IPacket* packet) {
       for (Rung& rung : m_rungs) rung.packetInput->ProcessPacket(packet);
       return;
     }
+    if (m_allOwn && m_quietUntil != 0 && now <= m_quietUntil) {
+      m_heldBytes += length;
+      m_heldTime = std::max(m_heldTime, now);
+      return;
+    }
+    Flush();
     // The module's own histories take what was read once; another class's
     // reads the packet itself.
     Pass(now, [&](Rung& rung) {
@@ -173,8 +184,17 @@ HRESULT DashboardStats::ProcessPacket(IPacket* packet) {
   });
 }
 
+void DashboardStats::Flush() {
+  if (m_heldBytes == 0 && m_heldTime == 0) return;
+  for (Rung& rung : m_rungs) rung.own->Take(m_heldTime, m_heldBytes);
+  m_heldBytes = m_heldTime = 0;
+}
+
 HRESULT DashboardStats::ProcessTime(ZemoTime now) {
-  return Locked([&] { Pass(now, [&](Rung& rung) { rung.timeInput->ProcessTime(now); }); });
+  return Locked([&] {
+    Flush();
+    Pass(now, [&](Rung& rung) { rung.timeInput->ProcessTime(now); });
+  });
 }
 
 // --- IPersistStream ---
@@ -196,6 +216,8 @@ HRESULT DashboardStats::Load(IStream* stream) {
     if (ReadValue<ULONG>(stream) != kStreamVersion) AtlThrow(E_FAIL);
     ULONG count = ReadValue<ULONG>(stream);
     m_rungs.clear();
+    m_allOwn = true;
+    m_heldBytes = m_heldTime = 0;
     m_quietUntil = 0;
     // The count is not trusted for a reservation: each rung is read before
     // the next is made, and a short stream ends the loop.
@@ -212,6 +234,7 @@ HRESULT DashboardStats::Load(IStream* stream) {
 HRESULT DashboardStats::Save(IStream* stream, BOOL clearDirty) {
   return Locked([&] {
     if (!stream) AtlThrow(E_POINTER);
+    Flush();
     WriteValue(stream, kStreamVersion);
     WriteValue(stream, static_cast<ULONG>(m_rungs.size()));
     for (Rung& rung : m_rungs) CheckHr(SaveObjectToStream(rung.history.Get(), stream, clearDirty));

@@ -86,12 +86,22 @@ class DashboardStats final : public Object<DashboardStats, IDashboardStats, IZem
   void Pass(ZemoTime now, Give&& give);
   // Drops the rungs that are full, and learns when each other will be.
   void Trim();
+  // Hands the held bytes to the rungs.
+  void Flush();
 
   IZemoStatsContext* m_context = nullptr;
   std::vector<Rung> m_rungs;
   // No rung takes a sample up to this time (a whole second), so none can
   // fill: the rungs were last trimmed at a time within the second before.
   ZemoTime m_quietUntil = 0;
+  // Every rung is of this module's class, so bytes may be held for them.
+  bool m_allOwn = true;
+  // Packets up to m_quietUntil after the first of their second fall in the
+  // same span of every rung, so their bytes are held here and handed over
+  // at once, at the time of the latest, when a later second begins or
+  // before anything reads or saves the rungs.
+  uint64_t m_heldBytes = 0;
+  ZemoTime m_heldTime = 0;
 };
 
 }  // namespace zemo

@@ -120,10 +120,10 @@ HRESULT HistoryStats::ProcessPacket(IPacket* packet) {
   });
 }
 
-HRESULT HistoryStats::Take(ZemoTime time, USHORT length) {
+HRESULT HistoryStats::Take(ZemoTime time, uint64_t bytes) {
   return Locked([&] {
     Advance(time);
-    m_bytesInSpan += length;
+    m_bytesInSpan += bytes;
   });
 }
 

@@ -51,9 +51,10 @@ class HistoryStats final : public Object<HistoryStats, IHistoryStats, IZemoStats
   // IProcessPacket, IProcessTime
   HRESULT ProcessPacket(IPacket* packet) override;
   HRESULT ProcessTime(ZemoTime now) override;
-  // ProcessPacket for a caller that has read the packet's time and length
-  // already: the dashboard, which hands one packet to a whole ladder.
-  HRESULT Take(ZemoTime time, USHORT length);
+  // ProcessPacket for a caller that has read the time and length already:
+  // the dashboard, which hands one packet to a whole ladder, or the bytes of
+  // several within one second at the time of the last.
+  HRESULT Take(ZemoTime time, uint64_t bytes);
 
   // IPersistStream, IPersistXml (no content), IPersistFile
   HRESULT GetClassID(CLSID* out) override;
