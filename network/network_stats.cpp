@@ -216,39 +216,6 @@ HRESULT NetworkStats::GetCurFile(LPOLESTR*) { return E_NOTIMPL; }
 
 // --- ISelectableObject ---
 
-HRESULT NetworkStats::GetSelectName(BSTR* name) {
-  return Unlocked([&] {
-    CheckOut(name);
-    *name = AllocBstr(u"networkstats");
-  });
-}
-
-HRESULT NetworkStats::GetSelectFlag(ULONG* flag) {
-  return Unlocked([&] {
-    CheckOut(flag);
-    *flag = 1;
-  });
-}
-
-HRESULT NetworkStats::GetSelectParams(ISelectParams** params) {
-  return Unlocked([&]() -> HRESULT {
-    CheckOut(params);
-    return E_NOTIMPL;
-  });
-}
-
-// A leaf: the path ends here or nowhere.
-HRESULT NetworkStats::Select(ISelectParams* params, IUnknown** out) {
-  return Locked([&]() -> HRESULT {
-    CheckOut(out);
-    if (!params) AtlThrow(E_POINTER);
-    CBstr step;
-    ComPtr<IPropertyBag> bag;
-    if (CheckHr(params->NextItem(step.Out(), bag.ReleaseAndGetAddressOf())) != S_FALSE) return E_NOTIMPL;
-    return GetUnknown()->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
-  });
-}
-
 HRESULT NetworkStats::GetTable(IDataTable** table) {
   return Locked([&] {
     CheckOut(table);
