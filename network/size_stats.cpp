@@ -125,14 +125,14 @@ HRESULT SizeStats::GetClassID(CLSID* out) {
   return S_OK;
 }
 
-// The stream names no set, so a count is taken only for the buckets of the
-// set that the last Reset chose: values for buckets this set lacks would be
-// counts in ranges that do not exist here. A longer row is refused whole.
+// The stream names no set: its values go into the buckets from the first,
+// whatever the present set, so a loaded statistic must have been reset in
+// the medium it was saved in. A row longer than the array is refused whole.
 HRESULT SizeStats::Load(IStream* stream) {
   return Locked([&] {
     if (!stream) AtlThrow(E_POINTER);
     ULONG n = ReadValue<ULONG>(stream);
-    if (n > m_bucketCount) AtlThrow(E_FAIL);
+    if (n > kMaxSizeBuckets) AtlThrow(E_FAIL);
     std::array<uint64_t, kMaxSizeBuckets> values{};
     ReadRecords(stream, std::span<uint64_t>(values.data(), n));
     std::copy_n(values.begin(), n, m_buckets.begin());
