@@ -73,10 +73,13 @@ HRESULT NetworkStats::GetContext(IZemoStatsContext** context) {
   });
 }
 
+// The private object reads the context's adapter, and the context's lock
+// comes before ours: it is told outside our lock (it is ours from
+// construction on, so reaching it needs none).
 HRESULT NetworkStats::SetContext(IZemoStatsContext* context) {
+  HRESULT hr = Unlocked([&] { return Private<IZemoStats>()->SetContext(context); });
   return Locked([&] {
     m_context = context;
-    HRESULT hr = Private<IZemoStats>()->SetContext(context);
     NoteChannels();
     return hr;
   });

@@ -85,15 +85,18 @@ HRESULT SizeStats::SetContext(IZemoStatsContext* context) {
   return Locked([&] { m_context = context; });
 }
 
+// The medium is read before this object's lock is taken: the context's lock
+// comes first (a reset through the context holds it already). All three
+// reads come first, so that a failure changes nothing.
 HRESULT SizeStats::Reset() {
+  IZemoStatsContext* context = nullptr;
+  Locked([&] { context = m_context; });
+  ULONG type = 0, subType = 0;
+  ULONGLONG speed = 0;
+  if (!context || FAILED(context->GetMediaType(&type)) || FAILED(context->GetMediaSubType(&subType)) ||
+      FAILED(context->GetLinkSpeed(&speed)))
+    return E_FAIL;
   return Locked([&] {
-    if (!m_context) AtlThrow(E_FAIL);
-    ULONG type = 0, subType = 0;
-    ULONGLONG speed = 0;
-    // All three reads first: a failure changes nothing.
-    if (FAILED(m_context->GetMediaType(&type)) || FAILED(m_context->GetMediaSubType(&subType)) ||
-        FAILED(m_context->GetLinkSpeed(&speed)))
-      AtlThrow(E_FAIL);
     m_mediaType = type;
     m_mediaSubType = subType;
     m_sizeSet = ChooseSizeSet(type, subType, speed);

@@ -47,15 +47,16 @@ class TTableStatistic
   HRESULT GetContext(IZemoStatsContext** context) override {
     return this->Locked([&] { HandOutContext(m_context, context); });
   }
-  // The context's entity table; a null context lets it go.
+  // The context's entity table; a null context lets it go. The table is
+  // asked for before this object's lock is taken: the context's lock comes
+  // first.
   HRESULT SetContext(IZemoStatsContext* context) override {
+    ComPtr<IEntityTable> entities;
+    HRESULT hr = context ? context->GetEntityTable(entities.ReleaseAndGetAddressOf()) : S_OK;
     return this->Locked([&] {
       m_context = context;
-      if (!context) {
-        m_entities = nullptr;
-        return;
-      }
-      CheckHr(context->GetEntityTable(m_entities.ReleaseAndGetAddressOf()));
+      m_entities = entities;
+      return hr;
     });
   }
   HRESULT Reset() override {
