@@ -5,9 +5,12 @@
 #include <set>
 #include <string>
 
+#include "engine/select_params.h"
 #include "frame/class_table.h"
 #include "frame/engine_interfaces.h"
+#include "frame/module.h"
 #include "frame/persist_interfaces.h"
+#include "platform/class_store.h"
 #include "platform/object.h"
 
 namespace {
@@ -55,6 +58,47 @@ TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
       ULARGE_INTEGER size{};
       EXPECT_EQ(kSizeUnknown.count(row.name) ? E_NOTIMPL : S_OK, stream->GetSizeMax(&size));
     }
+  }
+}
+
+// The statistics without children, by class: their selection name and flag.
+struct Leaf {
+  const char16_t* cls;
+  const char16_t* name;
+  ULONG flag;
+};
+const Leaf kLeaves[] = {{u"ConversationStats", u"conversationstats", 0}, {u"ErrorStats", u"errorstats", 0},
+                        {u"NetworkStats", u"networkstats", 1},           {u"NodeStats", u"nodestats", 0},
+                        {u"ProtocolStats", u"protocolstats", 0},         {u"ProtocolStatsByID", u"protocolidstats", 0},
+                        {u"SizeStats", u"sizestats", 1}};
+
+TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {
+  ASSERT_EQ(S_OK, DllRegisterServer());
+  for (const Leaf& leaf : kLeaves) {
+    SCOPED_TRACE(zemo::ToUtf8(leaf.cls));
+    CLSID clsid;
+    ASSERT_EQ(S_OK, CLSIDFromProgID((u"ZemoStats." + std::u16string(leaf.cls)).c_str(), &clsid));
+    ComPtr<ISelectableObject> stats;
+    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectableObject::iid, stats.OutVoid()));
+    zemo::CBstr name;
+    ULONG flag = 9;
+    ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
+    EXPECT_EQ(leaf.name, name.View());
+    ASSERT_EQ(S_OK, stats->GetSelectFlag(&flag));
+    EXPECT_EQ(leaf.flag, flag);
+    ComPtr<ISelectParams> params;
+    EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
+
+    auto path = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
+    ComPtr<IUnknown> out, self;
+    ASSERT_EQ(S_OK, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+    ASSERT_EQ(S_OK, stats->QueryInterface(IUnknown::iid, self.OutVoid()));
+    EXPECT_EQ(self.Get(), out.Get());
+    ASSERT_EQ(S_OK, path->AddItem(zemo::CBstr(u"deeper").Get(), nullptr));
+    EXPECT_EQ(E_NOTIMPL, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+    EXPECT_FALSE(out);
+    EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(E_POINTER, stats->Select(path.Get(), nullptr));
   }
 }
 

@@ -3,7 +3,6 @@
 #include <array>
 
 #include "engine/data_table.h"
-#include "engine/select_params.h"
 #include "frame/clsids.h"
 #include "tests/network/counter_stats_support.h"
 #include "tests/network/faulty_packet.h"
@@ -282,28 +281,6 @@ TEST_F(SizeStatsTest, TextExportIsOneDecimalLinePerBucketForTxtOnly) {
   EXPECT_EQ(E_INVALIDARG, stats->Save(File("sizes.csv").c_str(), FALSE));
   EXPECT_FALSE(Exists(File("sizes.csv")));
   EXPECT_FAILS(stats->Save(File("missing/sizes.txt").c_str(), FALSE));
-}
-
-TEST_F(SizeStatsTest, SelectionEndsHere) {
-  auto stats = InContext(0);
-  zemo::CBstr name;
-  ULONG flag = 0;
-  EXPECT_EQ(S_OK, stats->GetSelectName(name.Out()));
-  EXPECT_EQ(u"sizestats", name.View());
-  EXPECT_EQ(S_OK, stats->GetSelectFlag(&flag));
-  EXPECT_EQ(1u, flag);
-  ComPtr<ISelectParams> params;
-  EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
-
-  ComPtr<IUnknown> out;
-  auto empty = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
-  EXPECT_EQ(S_OK, stats->Select(empty.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(stats->GetUnknown(), out.Get());
-  auto deeper = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
-  ASSERT_EQ(S_OK, deeper->AddItem(zemo::CBstr(u"bucket").Get(), nullptr));
-  EXPECT_EQ(E_NOTIMPL, stats->Select(deeper.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(empty.Get(), nullptr));
 }
 
 }  // namespace
