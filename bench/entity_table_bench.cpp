@@ -45,7 +45,7 @@ Filled Fill(uint32_t size) {
 }
 
 void ChainCounters(benchmark::State& state, IEntityTable* table) {
-  auto shape = static_cast<zemo::EntityTable*>(table)->GetChainShape(zemo::EntitySubTableOf(21));
+  auto shape = static_cast<zemo::EntityTable*>(table)->SubTable(zemo::EntitySubTableOf(21)).GetShape();
   ULONG count = 0;
   table->GetCount(21, &count);
   state.counters["mean_chain"] = double(count) / zemo::CChainTable::kHeadCount;

@@ -137,7 +137,6 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
   CheckHr(m_context.As(&m_time));
-  m_packet = Packet::Create();
   return true;
 }
 
@@ -158,7 +157,15 @@ void Analysis::TickTo(uint64_t second) {
   if (m_onTick) m_onTick(second * kSecond);
 }
 
-void Analysis::Feed(const CaptureFrame& frame) {
+void Analysis::Decode(const CaptureFrame& frame, DecodedFrame& out) const {
+  out.bytes.assign(frame.data, frame.data + frame.captureLength);
+  out.frame = frame;
+  out.frame.data = out.bytes.data();
+  m_decoder.Decode(*out.packet, out.frame.data, frame.captureLength, frame.wireLength, frame.time);
+}
+
+void Analysis::Process(const DecodedFrame& decoded) {
+  const CaptureFrame& frame = decoded.frame;
   ++m_facts.frames;
   m_lastTime = frame.time;
   uint64_t second = frame.time / kSecond;
@@ -174,17 +181,12 @@ void Analysis::Feed(const CaptureFrame& frame) {
   if (!m_decoder.Known()) ++m_facts.undecoded;
 
   if (!m_timing) {
-    m_decoder.Decode(*m_packet, frame.data, frame.captureLength, frame.wireLength, frame.time);
-    m_process->ProcessPacket(m_packet.Get());
+    m_process->ProcessPacket(decoded.packet.Get());
     return;
   }
   uint64_t t0 = MonotonicNs();
-  m_decoder.Decode(*m_packet, frame.data, frame.captureLength, frame.wireLength, frame.time);
-  uint64_t t1 = MonotonicNs();
-  m_process->ProcessPacket(m_packet.Get());
-  uint64_t t2 = MonotonicNs();
-  m_facts.decodeNs += t1 - t0;
-  m_facts.engineNs += t2 - t1;
+  m_process->ProcessPacket(decoded.packet.Get());
+  m_facts.engineNs += MonotonicNs() - t0;
 }
 
 void Analysis::Idle(ZemoTime now) {

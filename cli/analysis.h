@@ -20,6 +20,14 @@
 
 namespace zemo::cli {
 
+// A frame read and decoded, ready for the engine: its packet refers to the
+// entry's own copy of the frame's bytes, so it outlives the source's buffer.
+struct DecodedFrame {
+  CaptureFrame frame{};  // data points into bytes
+  std::vector<uint8_t> bytes;
+  ComPtr<Packet> packet;
+};
+
 // One statistic in the context.
 struct StatisticEntry {
   std::u16string className;   // "NodeStats"
@@ -56,15 +64,24 @@ class Analysis {
   // of a gap), never on the packet path.
   void OnTick(std::function<void(ZemoTime)> hook) { m_onTick = std::move(hook); }
 
-  // Decodes one frame and hands it to the context.
-  void Feed(const CaptureFrame& frame);
+  // Copies the frame and decodes it into out, on whatever thread reads the
+  // capture; touches nothing of the analysis but the decoder, which only
+  // reads.
+  void Decode(const CaptureFrame& frame, DecodedFrame& out) const;
+  // Hands a decoded frame to the context, after the ticks of the seconds
+  // its time stamp passed; frames must come in the capture's order.
+  void Process(const DecodedFrame& decoded);
   // Ticks for the seconds up to now, without a packet (a quiet live capture).
   void Idle(ZemoTime now);
   // The last tick.
   void Finish();
 
   void EnableTiming(bool on) { m_timing = on; }
-  void AddReadTime(uint64_t ns) { m_facts.readNs += ns; }
+  // The reading side's share of the timing, added once it is done.
+  void AddReadTimes(uint64_t readNs, uint64_t decodeNs) {
+    m_facts.readNs += readNs;
+    m_facts.decodeNs += decodeNs;
+  }
   bool Timing() const { return m_timing; }
 
   IZemoStatsContext* Context() const { return m_context.Get(); }
@@ -84,7 +101,6 @@ class Analysis {
   ComPtr<IZemoStatsContext> m_context;
   ComPtr<IProcessPacket> m_process;
   ComPtr<IProcessTime> m_time;
-  ComPtr<Packet> m_packet;
   std::vector<StatisticEntry> m_statistics;
   RunFacts m_facts;
   ZemoTime m_lastTime = 0;

@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
+#include "cli/frame_ring.h"
 #include "cli/report.h"
 #include "cli/saving.h"
 #include "platform/clock.h"
@@ -103,11 +105,101 @@ bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptio
     return false;
   }
   if (output.json)
-    std::printf("%s\n", BuildJson(analysis, info).dump(2).c_str());
+    WriteJson(stdout, analysis, info);
   else
     PrintReport(stdout, analysis, info, output.top);
   std::fflush(stdout);
   return true;
+}
+
+// What the reading side ended with.
+struct ReadOutcome {
+  bool dataError = false;
+  std::string error;
+  uint64_t readNs = 0, decodeNs = 0;
+};
+
+// Reads frames until the source ends or fails, a signal comes or a live
+// limit is reached, and decodes each into an entry of sink (FrameRing or
+// InlineFeed); quiet spells of a live capture become idle entries, and an
+// end entry closes the run.
+template <class Sink>
+ReadOutcome ReadFrames(CaptureSource& source, const Analysis& analysis, const LiveOptions* live, bool timing,
+                       Sink& sink) {
+  ReadOutcome out;
+  Progress progress(source);
+  const uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
+  uint64_t frames = 0;
+  CaptureFrame frame{};
+  for (;;) {
+    uint64_t t0 = timing ? MonotonicNs() : 0;
+    ReadResult r = source.Next(&frame);
+    out.readNs += (timing ? MonotonicNs() : 0) - t0;
+    if (r == ReadResult::kFrame) {
+      FrameRing::Entry& e = sink.Acquire();
+      e.kind = FrameRing::Kind::kFrame;
+      uint64_t t2 = timing ? MonotonicNs() : 0;
+      analysis.Decode(frame, e.decoded);
+      if (timing) out.decodeNs += MonotonicNs() - t2;
+      sink.Commit(false);
+      progress.Tick(++frames);
+      if (live && live->count && frames >= live->count) break;
+    } else if (r == ReadResult::kTimeout) {
+      FrameRing::Entry& e = sink.Acquire();
+      e.kind = FrameRing::Kind::kIdle;
+      e.now = Now();
+      sink.Commit(true);
+    } else if (r == ReadResult::kEnd) {
+      break;
+    } else {
+      out.dataError = true;
+      out.error = "reading stopped at packet " + std::to_string(frames + 1) + ": " + source.Error() +
+                  "; the statistics cover the packets before it";
+      break;
+    }
+    if (g_stop || (deadline && MonotonicNs() >= deadline)) break;
+  }
+  sink.Acquire().kind = FrameRing::Kind::kEnd;
+  sink.Commit(true);
+  return out;
+}
+
+// One entry of the reading side into the analysis; false at the end.
+bool Consume(Analysis& analysis, const FrameRing::Entry& e) {
+  switch (e.kind) {
+    case FrameRing::Kind::kFrame: analysis.Process(e.decoded); return true;
+    case FrameRing::Kind::kIdle: analysis.Idle(e.now); return true;
+    default: return false;
+  }
+}
+
+// The sink of a run on one thread: each entry goes to the engine at once.
+class InlineFeed {
+ public:
+  explicit InlineFeed(Analysis& analysis) : m_analysis(analysis) { m_entry.decoded.packet = Packet::Create(); }
+  FrameRing::Entry& Acquire() { return m_entry; }
+  void Commit(bool) { Consume(m_analysis, m_entry); }
+
+ private:
+  Analysis& m_analysis;
+  FrameRing::Entry m_entry;
+};
+
+// The capture read through the analysis: on this thread alone, or read and
+// decoded on a second one while this one feeds the engine.
+ReadOutcome Feed(CaptureSource& source, Analysis& analysis, const LiveOptions* live, const OutputOptions& output) {
+  if (output.threads < 2) {
+    InlineFeed feed(analysis);
+    return ReadFrames(source, analysis, live, output.timing, feed);
+  }
+  constexpr size_t kRingEntries = 512;
+  FrameRing ring(kRingEntries);
+  ReadOutcome outcome;
+  std::thread reader([&] { outcome = ReadFrames(source, analysis, live, output.timing, ring); });
+  while (Consume(analysis, ring.Next())) {
+  }
+  reader.join();
+  return outcome;
 }
 
 int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const SaveOptions& save,
@@ -151,33 +243,10 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
 
   SignalBreaks breaks(live ? &source : nullptr);
-  uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
-  bool dataError = false;
-  {
-    Progress progress(source);
-    CaptureFrame frame{};
-    for (;;) {
-      uint64_t t0 = output.timing ? MonotonicNs() : 0;
-      ReadResult r = source.Next(&frame);
-      if (output.timing) analysis.AddReadTime(MonotonicNs() - t0);
-      if (r == ReadResult::kFrame) {
-        analysis.Feed(frame);
-        progress.Tick(analysis.Facts().frames);
-        if (live && live->count && analysis.Facts().frames >= live->count) break;
-      } else if (r == ReadResult::kTimeout) {
-        analysis.Idle(Now());
-      } else if (r == ReadResult::kEnd) {
-        break;
-      } else {
-        std::string where = "packet " + std::to_string(analysis.Facts().frames + 1);
-        info.warnings.push_back("reading stopped at " + where + ": " + source.Error() +
-                                "; the statistics cover the packets before it");
-        dataError = true;
-        break;
-      }
-      if (g_stop || (deadline && MonotonicNs() >= deadline)) break;
-    }
-  }
+  ReadOutcome read = Feed(source, analysis, live, output);
+  analysis.AddReadTimes(read.readNs, read.decodeNs);
+  const bool dataError = read.dataError;
+  if (dataError) info.warnings.push_back(read.error);
   // Past the loop a second interrupt ends the program as usual.
   if (live) {
     std::signal(SIGINT, SIG_DFL);
@@ -203,15 +272,16 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
 
   for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
+  const uint64_t outputStart = MonotonicNs();
   if (!Output(analysis, info, output)) return 1;
   if (output.timing) {
     const RunFacts& f = analysis.Facts();
     double frames = f.frames ? double(f.frames) : 1.0;
     std::fprintf(stderr,
                  "timing: %llu frames; read %.3f s (%.0f ns/frame), decode %.3f s (%.0f ns/frame), engine %.3f s "
-                 "(%.0f ns/frame)\n",
+                 "(%.0f ns/frame), output %.3f s\n",
                  static_cast<unsigned long long>(f.frames), f.readNs / 1e9, f.readNs / frames, f.decodeNs / 1e9,
-                 f.decodeNs / frames, f.engineNs / 1e9, f.engineNs / frames);
+                 f.decodeNs / frames, f.engineNs / 1e9, f.engineNs / frames, (MonotonicNs() - outputStart) / 1e9);
   }
   return dataError || saveFailed ? 1 : 0;
 }

@@ -16,6 +16,7 @@ struct OutputOptions {
   std::string exportDirectory;  // empty: no export
   size_t top = 10;
   bool timing = false;  // where the time went, on standard error
+  unsigned threads = 2;  // of a run: 1 reads, decodes and counts on one thread
 };
 
 struct LiveOptions {

@@ -19,6 +19,10 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
                    const char* clock) {
   AddOutputOptions(command, output);
   command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
+  command->add_option("--threads", output.threads,
+                      "1: read, decode and count on one thread; 2 (the default): read and decode on a second")
+      ->check(CLI::Range(1, 2))
+      ->option_text("N");
   command->add_option("--save", save.file,
                       "After the run, save the whole statistics context to FILE: XML if its name ends in .xml "
                       "(without the dashboard, which has no XML form), else the binary stream form")

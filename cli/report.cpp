@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <ctime>
 #include <memory>
 #include <numeric>
@@ -45,30 +47,32 @@ const StatisticEntry* Find(const Analysis& analysis, std::string_view name) {
   return nullptr;
 }
 
-// The dashboard's traffic series as a table of its own, since the dashboard
-// offers no selection table: the start of each interval and the bytes per
-// second in it. False when there is no dashboard or no rung is left.
-bool ReadTraffic(const Analysis& analysis, TableData* table, LONG* interval) {
+// The dashboard's traffic series, since the dashboard offers no selection
+// table: bytes per second in each interval from the start. False when there
+// is no dashboard or no rung is left.
+struct Traffic {
+  LONG interval = 0;
+  ZemoTime start = 0;
+  std::vector<double> samples;
+
+  std::string TimeOf(size_t i) const {
+    return IsoTime(start + static_cast<ZemoTime>(i) * static_cast<ZemoTime>(interval) * 1000000000ull);
+  }
+};
+
+bool ReadTraffic(const Analysis& analysis, Traffic* traffic) {
   const StatisticEntry* s = Find(analysis, "dashboardstats");
   ComPtr<IDashboardStats> dashboard;
   ComPtr<IHistoryStats> history;
   if (!s || FAILED(s->stats.As(&dashboard)) || FAILED(dashboard->GetHistory(history.ReleaseAndGetAddressOf())))
     return false;
-  ZemoTime start = 0;
   double* samples = nullptr;
   LONG count = 0;
-  if (FAILED(history->GetInterval(interval)) || FAILED(history->GetStartTime(&start)) ||
+  if (FAILED(history->GetInterval(&traffic->interval)) || FAILED(history->GetStartTime(&traffic->start)) ||
       FAILED(history->GetSamples(&samples, &count)))
     return false;
   std::unique_ptr<double, decltype(&CoTaskMemFree)> owned(samples, &CoTaskMemFree);
-  table->columns = {"Time", "BytesPerSecond"};
-  table->rows.clear();
-  for (LONG i = 0; i < count; ++i) {
-    std::vector<CVariant> row;
-    row.push_back(CVariant::Str(FromUtf8(IsoTime(start + static_cast<ZemoTime>(i) * static_cast<ZemoTime>(*interval) * 1000000000ull))));
-    row.push_back(CVariant::R8(samples[i]));
-    table->rows.push_back(std::move(row));
-  }
+  traffic->samples.assign(samples, samples + std::max<LONG>(count, 0));
   return true;
 }
 
@@ -86,12 +90,10 @@ uint64_t CellU64(const VARIANT& cell) {
 }
 
 // Sum of the named columns of a row; absent columns count 0.
-uint64_t RowWeight(const TableData& t, const std::vector<CVariant>& row, std::initializer_list<const char*> names) {
+uint64_t RowWeight(const TableReader& t, size_t row, std::initializer_list<const char*> names) {
   uint64_t sum = 0;
-  for (const char* n : names) {
-    int i = t.Column(n);
-    if (i >= 0 && size_t(i) < row.size()) sum += CellU64(row[i]);
-  }
+  for (const char* n : names)
+    if (int i = t.Column(n); i >= 0) sum += CellU64(t.Cell(row, i));
   return sum;
 }
 
@@ -148,13 +150,13 @@ bool IsNumber(VARTYPE vt) {
 }
 
 // The rows of a table ordered by weight, heaviest first, at most top of them.
-std::vector<size_t> Heaviest(const TableData& t, std::initializer_list<const char*> weight, size_t top,
-                             bool (*keep)(const TableData&, const std::vector<CVariant>&) = nullptr) {
+std::vector<size_t> Heaviest(const TableReader& t, std::initializer_list<const char*> weight, size_t top,
+                             bool (*keep)(const TableReader&, size_t) = nullptr) {
   // Each weight once, then only the top of the order: a table of a large
   // capture has hundreds of thousands of rows. Equal weights keep row order.
   std::vector<std::pair<uint64_t, size_t>> weighed;
-  for (size_t i = 0; i < t.rows.size(); ++i)
-    if (!keep || keep(t, t.rows[i])) weighed.emplace_back(RowWeight(t, t.rows[i], weight), i);
+  for (size_t i = 0; i < t.RowCount(); ++i)
+    if (!keep || keep(t, i)) weighed.emplace_back(RowWeight(t, i, weight), i);
   auto heavier = [](const auto& a, const auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; };
   const size_t n = std::min(top, weighed.size());
   std::partial_sort(weighed.begin(), weighed.begin() + static_cast<std::ptrdiff_t>(n), weighed.end(), heavier);
@@ -164,7 +166,7 @@ std::vector<size_t> Heaviest(const TableData& t, std::initializer_list<const cha
 }
 
 // Prints chosen columns of chosen rows.
-void PrintRows(std::FILE* out, const TableData& t, const std::vector<size_t>& rows,
+void PrintRows(std::FILE* out, const TableReader& t, const std::vector<size_t>& rows,
                const std::vector<std::pair<const char*, const char*>>& columns) {
   std::vector<std::string> heads;
   std::vector<int> index;
@@ -180,7 +182,7 @@ void PrintRows(std::FILE* out, const TableData& t, const std::vector<size_t>& ro
   for (size_t r : rows) {
     std::vector<std::string> line;
     for (size_t c = 0; c < index.size(); ++c) {
-      const VARIANT& v = t.rows[r][index[c]];
+      CVariant v = t.Cell(r, index[c]);
       line.push_back(CellText(v));
       if (IsNumber(v.vt)) numeric[c] = true;
     }
@@ -189,26 +191,32 @@ void PrintRows(std::FILE* out, const TableData& t, const std::vector<size_t>& ro
   PrintTable(out, heads, cells, numeric);
 }
 
-// A table of other statistics: whole when it is short, else its first rows.
-void PrintGeneric(std::FILE* out, const TableData& t, size_t top) {
-  constexpr size_t kShort = 50;
-  if (t.rows.size() <= kShort) top = kShort;
-  std::vector<size_t> rows(std::min(top, t.rows.size()));
+std::vector<size_t> AllRows(const TableReader& t) {
+  std::vector<size_t> rows(t.RowCount());
   std::iota(rows.begin(), rows.end(), 0);
+  return rows;
+}
+
+// A table of other statistics: whole when it is short, else its first rows.
+void PrintGeneric(std::FILE* out, const TableReader& t, size_t top) {
+  constexpr size_t kShort = 50;
+  if (t.RowCount() <= kShort) top = kShort;
+  std::vector<size_t> rows = AllRows(t);
+  rows.resize(std::min(top, rows.size()));
   std::vector<std::pair<const char*, const char*>> columns;
-  for (const std::string& c : t.columns) columns.emplace_back(c.c_str(), c.c_str());
+  for (const std::string& c : t.Columns()) columns.emplace_back(c.c_str(), c.c_str());
   PrintRows(out, t, rows, columns);
-  if (t.rows.size() > top) {
-    size_t more = t.rows.size() - top;
+  if (t.RowCount() > top) {
+    size_t more = t.RowCount() - top;
     std::fprintf(out, "  ... %zu more row%s\n", more, more == 1 ? "" : "s");
   }
 }
 
-bool IsPhysicalRow(const TableData& t, const std::vector<CVariant>& row) {
+bool IsPhysicalRow(const TableReader& t, size_t row) {
   int i = t.Column("Node");
-  return i >= 0 && IsPhysicalText(CellText(row[i]));
+  return i >= 0 && IsPhysicalText(CellText(t.Cell(row, i)));
 }
-bool IsLogicalRow(const TableData& t, const std::vector<CVariant>& row) { return !IsPhysicalRow(t, row); }
+bool IsLogicalRow(const TableReader& t, size_t row) { return !IsPhysicalRow(t, row); }
 
 void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& info) {
   Totals t = ReadTotals(analysis);
@@ -244,40 +252,47 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
 
 }  // namespace
 
-int TableData::Column(std::string_view name) const {
-  for (size_t i = 0; i < columns.size(); ++i)
-    if (columns[i] == name) return static_cast<int>(i);
-  return -1;
-}
-
-bool ReadTable(IZemoStats* stats, TableData* table) {
+bool TableReader::Open(IZemoStats* stats) {
   ComPtr<ISelectableObject> selectable;
   if (!stats || FAILED(stats->QueryInterface(ISelectableObject::iid, selectable.OutVoid()))) return false;
   ComPtr<IDataTable> data;
   ComPtr<IDataColumns> columns;
-  ComPtr<IDataRows> rows;
   if (FAILED(selectable->GetTable(data.ReleaseAndGetAddressOf())) || !data ||
       FAILED(data->GetColumns(columns.ReleaseAndGetAddressOf())) ||
-      FAILED(data->GetRows(rows.ReleaseAndGetAddressOf())))
+      FAILED(data->GetRows(m_rows.ReleaseAndGetAddressOf())))
     return false;
   LONG columnCount = 0, rowCount = 0;
-  if (FAILED(columns->GetCount(&columnCount)) || FAILED(rows->GetCount(&rowCount))) return false;
-  table->columns.clear();
-  table->rows.clear();
+  if (FAILED(columns->GetCount(&columnCount)) || FAILED(m_rows->GetCount(&rowCount))) return false;
+  m_columns.clear();
   for (LONG c = 0; c < columnCount; ++c) {
     CBstr name;
     columns->GetName(c, name.Out());
-    table->columns.push_back(name.Utf8());
+    m_columns.push_back(name.Utf8());
   }
-  table->rows.reserve(static_cast<size_t>(std::max<LONG>(rowCount, 0)));
-  for (LONG r = 0; r < rowCount; ++r) {
-    ComPtr<IDataRow> row;
-    if (FAILED(rows->GetRow(r, row.ReleaseAndGetAddressOf()))) return false;
-    std::vector<CVariant> cells(static_cast<size_t>(columnCount));
-    if (columnCount && FAILED(row->GetValues(columnCount, cells.data()))) return false;
-    table->rows.push_back(std::move(cells));
-  }
+  m_rowCount = static_cast<size_t>(std::max<LONG>(rowCount, 0));
   return true;
+}
+
+int TableReader::Column(std::string_view name) const {
+  for (size_t i = 0; i < m_columns.size(); ++i)
+    if (m_columns[i] == name) return static_cast<int>(i);
+  return -1;
+}
+
+bool TableReader::Read(size_t row, std::vector<CVariant>& cells) const {
+  // GetValues writes over what it is given, so what was there goes first.
+  cells.clear();
+  cells.resize(m_columns.size());
+  ComPtr<IDataRow> r;
+  if (FAILED(m_rows->GetRow(static_cast<LONG>(row), r.ReleaseAndGetAddressOf()))) return false;
+  return cells.empty() || SUCCEEDED(r->GetValues(static_cast<LONG>(cells.size()), cells.data()));
+}
+
+CVariant TableReader::Cell(size_t row, int column) const {
+  CVariant cell;
+  ComPtr<IDataRow> r;
+  if (SUCCEEDED(m_rows->GetRow(static_cast<LONG>(row), r.ReleaseAndGetAddressOf()))) r->GetValue(column, &cell);
+  return cell;
 }
 
 std::string CellText(const VARIANT& cell) {
@@ -298,21 +313,71 @@ std::string CellText(const VARIANT& cell) {
   }
 }
 
-Json CellJson(const VARIANT& cell) {
+namespace {
+
+template <class T>
+void AppendNumber(std::string& out, T value) {
+  char buf[32];
+  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
+  out.append(buf, end);
+}
+
+// Shortest text that reads back the same double; a whole number keeps a
+// decimal point, so that it stays a float to a reader, and what JSON cannot
+// hold is null.
+void AppendDouble(std::string& out, double value) {
+  if (!std::isfinite(value)) {
+    out += "null";
+    return;
+  }
+  char buf[32];
+  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
+  std::string_view text(buf, static_cast<size_t>(end - buf));
+  out += text;
+  if (text.find_first_of(".eE") == std::string_view::npos) out += ".0";
+}
+
+void AppendJsonString(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += '"';
+  for (char c : text) {
+    auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (u < 0x20) {
+      switch (c) {
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default: out += "\\u00"; out += kHex[u >> 4]; out += kHex[u & 15];
+      }
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
+}  // namespace
+
+void AppendJsonCell(std::string& out, const VARIANT& cell) {
   switch (cell.vt) {
-    case VT_BOOL: return cell.boolVal != 0;
-    case VT_R4: return cell.fltVal;
-    case VT_R8: return cell.dblVal;
-    case VT_I1: return cell.cVal;
-    case VT_I2: return cell.iVal;
-    case VT_I4: case VT_INT: return cell.lVal;
-    case VT_I8: return cell.llVal;
-    case VT_UI1: return cell.bVal;
-    case VT_UI2: return cell.uiVal;
-    case VT_UI4: case VT_UINT: return cell.ulVal;
-    case VT_UI8: return cell.ullVal;
-    case VT_BSTR: return CellText(cell);
-    default: return nullptr;
+    case VT_BOOL: out += cell.boolVal != 0 ? "true" : "false"; return;
+    case VT_R4: return AppendDouble(out, cell.fltVal);
+    case VT_R8: return AppendDouble(out, cell.dblVal);
+    case VT_I1: return AppendNumber(out, int{cell.cVal});
+    case VT_I2: return AppendNumber(out, cell.iVal);
+    case VT_I4: case VT_INT: return AppendNumber(out, cell.lVal);
+    case VT_I8: return AppendNumber(out, cell.llVal);
+    case VT_UI1: return AppendNumber(out, unsigned{cell.bVal});
+    case VT_UI2: return AppendNumber(out, cell.uiVal);
+    case VT_UI4: case VT_UINT: return AppendNumber(out, cell.ulVal);
+    case VT_UI8: return AppendNumber(out, cell.ullVal);
+    case VT_BSTR: return AppendJsonString(out, CellText(cell));
+    default: out += "null";
   }
 }
 
@@ -335,7 +400,62 @@ std::string MediumName(const LinkMedium& medium) {
   return numbers;
 }
 
-Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
+namespace {
+
+// Text that goes to a file in pieces of about kFlush bytes.
+class JsonOut {
+ public:
+  explicit JsonOut(std::FILE* out) : m_out(out) {}
+  ~JsonOut() { Flush(); }
+  std::string& Text() { return m_text; }
+  void MaybeFlush() {
+    if (m_text.size() >= kFlush) Flush();
+  }
+  void Flush() {
+    std::fwrite(m_text.data(), 1, m_text.size(), m_out);
+    m_text.clear();
+  }
+
+ private:
+  static constexpr size_t kFlush = 1 << 16;
+  std::FILE* m_out;
+  std::string m_text;
+};
+
+// A small value as its indented text, starting at the given depth.
+std::string Indented(const Json& value, int depth) {
+  std::string text = value.dump(2);
+  std::string pad(static_cast<size_t>(depth) * 2, ' ');
+  std::string out;
+  for (char c : text) {
+    out += c;
+    if (c == '\n') out += pad;
+  }
+  return out;
+}
+
+// "columns" and "rows" of a table, each row on a line of its own.
+template <class RowFn>
+void WriteRows(JsonOut& out, const std::vector<std::string>& columns, size_t rows, RowFn&& row) {
+  std::string& t = out.Text();
+  t += "      \"columns\": [";
+  for (size_t c = 0; c < columns.size(); ++c) {
+    if (c) t += ", ";
+    AppendJsonString(t, columns[c]);
+  }
+  t += "],\n      \"rows\": [";
+  for (size_t i = 0; i < rows; ++i) {
+    t += i ? ",\n        [" : "\n        [";
+    row(i, t);
+    t += ']';
+    out.MaybeFlush();
+  }
+  t += rows ? "\n      ]" : "]";
+}
+
+}  // namespace
+
+void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& info) {
   Totals t = ReadTotals(analysis);
   const RunFacts& f = analysis.Facts();
   Json capture;
@@ -363,51 +483,63 @@ Json BuildJson(const Analysis& analysis, const CaptureInfo& info) {
     capture["peak_packets_per_second"] = f.peakPackets;
     capture["peak_bits_per_second"] = f.peakBytes * 8;
   }
-  Json statistics = Json::object();
+
+  JsonOut out(file);
+  out.Text() = "{\n  \"capture\": " + Indented(capture, 1) + ",\n  \"statistics\": {";
+  bool first = true;
+  auto open = [&](const std::string& name) {
+    out.Text() += first ? "\n    " : ",\n    ";
+    out.Text() += Json(name).dump() + ": {\n";
+    first = false;
+  };
+  std::vector<CVariant> cells;
   for (const StatisticEntry& s : analysis.Statistics()) {
-    TableData table;
-    if (!s.selectable || !ReadTable(s.stats.Get(), &table)) continue;
-    Json rows = Json::array();
-    for (const auto& row : table.rows) {
-      Json cells = Json::array();
-      for (const CVariant& cell : row) cells.push_back(CellJson(cell));
-      rows.push_back(std::move(cells));
-    }
-    statistics[s.selectName] = Json{{"columns", table.columns}, {"rows", std::move(rows)}};
+    TableReader table;
+    if (!s.selectable || !table.Open(s.stats.Get())) continue;
+    open(s.selectName);
+    WriteRows(out, table.Columns(), table.RowCount(), [&](size_t i, std::string& text) {
+      if (!table.Read(i, cells)) cells.assign(table.Columns().size(), CVariant());
+      for (size_t c = 0; c < cells.size(); ++c) {
+        if (c) text += ", ";
+        AppendJsonCell(text, cells[c]);
+      }
+    });
+    out.Text() += "\n    }";
   }
-  TableData traffic;
-  LONG interval = 0;
-  if (ReadTraffic(analysis, &traffic, &interval)) {
-    Json rows = Json::array();
-    for (const auto& row : traffic.rows) rows.push_back(Json{CellJson(row[0]), CellJson(row[1])});
-    statistics["dashboardstats"] =
-        Json{{"interval_seconds", interval}, {"columns", traffic.columns}, {"rows", std::move(rows)}};
+  Traffic traffic;
+  if (ReadTraffic(analysis, &traffic)) {
+    open("dashboardstats");
+    out.Text() += "      \"interval_seconds\": " + std::to_string(traffic.interval) + ",\n";
+    WriteRows(out, {"Time", "BytesPerSecond"}, traffic.samples.size(), [&](size_t i, std::string& text) {
+      AppendJsonString(text, traffic.TimeOf(i));
+      text += ", ";
+      AppendDouble(text, traffic.samples[i]);
+    });
+    out.Text() += "\n    }";
   }
-  Json doc;
-  doc["capture"] = std::move(capture);
-  doc["statistics"] = std::move(statistics);
-  doc["warnings"] = info.warnings;
-  return doc;
+  out.Text() += first ? "},\n" : "\n  },\n";
+  out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
+
+namespace {
 
 // The traffic series in at most kTrafficRows lines: consecutive samples are
 // averaged in groups when there are more.
 void PrintTraffic(std::FILE* out, const Analysis& analysis) {
   constexpr size_t kTrafficRows = 30;
-  TableData t;
-  LONG interval = 0;
-  if (!ReadTraffic(analysis, &t, &interval) || t.rows.empty()) return;
-  const size_t group = (t.rows.size() + kTrafficRows - 1) / kTrafficRows;
+  Traffic t;
+  if (!ReadTraffic(analysis, &t) || t.samples.empty()) return;
+  const size_t group = (t.samples.size() + kTrafficRows - 1) / kTrafficRows;
   std::vector<std::pair<std::string, double>> lines;
   double peak = 0;
-  for (size_t i = 0; i < t.rows.size(); i += group) {
-    size_t end = std::min(t.rows.size(), i + group);
+  for (size_t i = 0; i < t.samples.size(); i += group) {
+    size_t end = std::min(t.samples.size(), i + group);
     double sum = 0;
-    for (size_t k = i; k < end; ++k) sum += t.rows[k][1].dblVal;
-    lines.emplace_back(CellText(t.rows[i][0]), sum / static_cast<double>(end - i));
+    for (size_t k = i; k < end; ++k) sum += t.samples[k];
+    lines.emplace_back(t.TimeOf(i), sum / static_cast<double>(end - i));
     peak = std::max(peak, lines.back().second);
   }
-  std::fprintf(out, "\nTraffic (%ld s per line)\n", static_cast<long>(interval) * static_cast<long>(group));
+  std::fprintf(out, "\nTraffic (%ld s per line)\n", static_cast<long>(t.interval) * static_cast<long>(group));
   std::vector<std::vector<std::string>> rows;
   for (const auto& [time, rate] : lines)
     rows.push_back({time, Fixed(rate * 8 / 1000, 2),
@@ -415,51 +547,53 @@ void PrintTraffic(std::FILE* out, const Analysis& analysis) {
   PrintTable(out, {"From", "kbit/s", ""}, rows, {false, true, false});
 }
 
+}  // namespace
+
 void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top) {
   PrintCapture(out, analysis, info);
   std::vector<std::string> shown;
   auto section = [&](const char* name, const std::string& title, auto&& body) {
     const StatisticEntry* s = Find(analysis, name);
-    TableData t;
-    if (!s || !ReadTable(s->stats.Get(), &t)) return;
+    TableReader t;
+    if (!s || !t.Open(s->stats.Get())) return;
     shown.push_back(name);
     std::fprintf(out, "\n%s\n", title.c_str());
     body(t);
   };
   std::string n = std::to_string(top);
 
-  section("sizestats", "Size distribution", [&](const TableData& t) {
+  section("sizestats", "Size distribution", [&](const TableReader& t) {
     uint64_t all = 0;
-    for (const auto& row : t.rows) all += RowWeight(t, row, {"Value"});
+    for (size_t row = 0; row < t.RowCount(); ++row) all += RowWeight(t, row, {"Value"});
     std::vector<std::vector<std::string>> rows;
-    for (const auto& row : t.rows) {
+    for (size_t row = 0; row < t.RowCount(); ++row) {
       uint64_t v = RowWeight(t, row, {"Value"});
       double share = all ? 100.0 * v / all : 0;
       int label = t.Column("Stat");
-      rows.push_back({label >= 0 ? CellText(row[label]) : "", std::to_string(v), Fixed(share, 1) + "%",
+      rows.push_back({label >= 0 ? CellText(t.Cell(row, label)) : "", std::to_string(v), Fixed(share, 1) + "%",
                       std::string(static_cast<size_t>(share / 2.5 + 0.5), '#')});
     }
     PrintTable(out, {"Size", "Packets", "Share", ""}, rows, {false, true, true, false});
   });
-  section("errorstats", "Errors", [&](const TableData& t) {
-    if (t.rows.empty()) std::fprintf(out, "  (no error counters on this medium)\n");
-    std::vector<size_t> all(t.rows.size());
-    std::iota(all.begin(), all.end(), 0);
-    if (!all.empty()) PrintRows(out, t, all, {{"Stat", "Kind"}, {"Value", "Packets"}});
+  section("errorstats", "Errors", [&](const TableReader& t) {
+    if (t.RowCount() == 0)
+      std::fprintf(out, "  (no error counters on this medium)\n");
+    else
+      PrintRows(out, t, AllRows(t), {{"Stat", "Kind"}, {"Value", "Packets"}});
   });
   PrintTraffic(out, analysis);
   const std::vector<std::pair<const char*, const char*>> nodeColumns = {
       {"Node", "Node"},           {"PacketsSent", "Packets sent"}, {"PacketsReceived", "Packets received"},
       {"BytesSent", "Bytes sent"}, {"BytesReceived", "Bytes received"}};
-  section("nodestats", "Top " + n + " physical nodes", [&](const TableData& t) {
+  section("nodestats", "Top " + n + " physical nodes", [&](const TableReader& t) {
     PrintRows(out, t, Heaviest(t, {"BytesSent", "BytesReceived"}, top, IsPhysicalRow), nodeColumns);
     std::fprintf(out, "\nTop %s logical nodes\n", n.c_str());
     PrintRows(out, t, Heaviest(t, {"BytesSent", "BytesReceived"}, top, IsLogicalRow), nodeColumns);
   });
-  section("protocolstats", "Top " + n + " protocols", [&](const TableData& t) {
+  section("protocolstats", "Top " + n + " protocols", [&](const TableReader& t) {
     PrintRows(out, t, Heaviest(t, {"Bytes"}, top), {{"Protocol", "Protocol"}, {"Packets", "Packets"}, {"Bytes", "Bytes"}});
   });
-  section("conversationstats", "Top " + n + " conversations", [&](const TableData& t) {
+  section("conversationstats", "Top " + n + " conversations", [&](const TableReader& t) {
     PrintRows(out, t, Heaviest(t, {"Bytes"}, top),
               {{"Source", "Source"}, {"Dest", "Destination"}, {"Protocol", "Protocol"}, {"Packets", "Packets"},
                {"Bytes", "Bytes"}});
@@ -467,8 +601,8 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
   // Every other statistic with a table, as it gives it.
   for (const StatisticEntry& s : analysis.Statistics()) {
     if (!s.selectable || std::find(shown.begin(), shown.end(), s.selectName) != shown.end()) continue;
-    TableData t;
-    if (!ReadTable(s.stats.Get(), &t)) continue;
+    TableReader t;
+    if (!t.Open(s.stats.Get())) continue;
     std::fprintf(out, "\n%s (%s)\n", ToUtf8(s.className).c_str(), s.selectName.c_str());
     PrintGeneric(out, t, top);
   }

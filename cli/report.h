@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/analysis.h"
+#include "frame/engine_interfaces.h"
 #include "platform/variant.h"
 
 namespace zemo::cli {
@@ -24,22 +25,33 @@ struct CaptureInfo {
   std::vector<std::string> savedFiles;  // the files a loaded context came from
 };
 
-// A statistic's result table, read through ISelectableObject::GetTable.
-struct TableData {
-  std::vector<std::string> columns;
-  std::vector<std::vector<CVariant>> rows;
+// A statistic's result table (ISelectableObject::GetTable), read a row at a
+// time, so that a table of a million rows never stands in memory twice.
+class TableReader {
+ public:
+  // False if the statistic has no table or building it failed.
+  bool Open(IZemoStats* stats);
 
+  const std::vector<std::string>& Columns() const { return m_columns; }
   // The index of a column by name, -1 if none.
   int Column(std::string_view name) const;
-};
+  size_t RowCount() const { return m_rowCount; }
+  // The row's cells in column order; false if it cannot be read.
+  bool Read(size_t row, std::vector<CVariant>& cells) const;
+  // One cell; empty if it cannot be read.
+  CVariant Cell(size_t row, int column) const;
 
-// False if the statistic has no table or building it failed.
-bool ReadTable(IZemoStats* stats, TableData* table);
+ private:
+  ComPtr<IDataRows> m_rows;
+  std::vector<std::string> m_columns;
+  size_t m_rowCount = 0;
+};
 
 // A cell as text for people: numbers in decimal, text as it is, empty for none.
 std::string CellText(const VARIANT& cell);
-// A cell as a JSON value: numbers stay numbers, text is UTF-8, empty is null.
-nlohmann::ordered_json CellJson(const VARIANT& cell);
+// A cell as a JSON value appended to out: numbers stay numbers, text is
+// UTF-8, empty is null.
+void AppendJsonCell(std::string& out, const VARIANT& cell);
 
 // ZemoTime as ISO 8601 in UTC with nanoseconds: 2026-11-23T04:47:21.123456789Z.
 std::string IsoTime(ZemoTime time);
@@ -47,7 +59,9 @@ std::string IsoTime(ZemoTime time);
 // The medium's name for people: "802.3", "802.11", or the numbers.
 std::string MediumName(const LinkMedium& medium);
 
-nlohmann::ordered_json BuildJson(const Analysis& analysis, const CaptureInfo& info);
+// The JSON document, written as it is made: the rows of each table go out
+// one by one.
+void WriteJson(std::FILE* out, const Analysis& analysis, const CaptureInfo& info);
 void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top);
 
 // Writes each statistic's text export as DIR/<name>.txt, creating DIR if it

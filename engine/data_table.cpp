@@ -1,6 +1,7 @@
 #include "engine/data_table.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace zemo {
 namespace {
@@ -90,88 +91,157 @@ VARTYPE DataColumns::TypeAt(LONG index) const {
   return m_columns[index].type;
 }
 
-// ---- row --------------------------------------------------------------------
+// ---- rows -------------------------------------------------------------------
 
-HRESULT DataRow::FinalConstruct() {
-  // Rows are usually made after the columns: one allocation holds them all.
-  m_cells.resize(m_columns->Count());
-  return S_OK;
+namespace {
+
+// The types whose whole value lies in the variant's eight bytes.
+bool IsPlain(VARTYPE vt) {
+  switch (vt) {
+    case VT_EMPTY: case VT_NULL: case VT_I1: case VT_UI1: case VT_I2: case VT_UI2: case VT_I4: case VT_UI4:
+    case VT_INT: case VT_UINT: case VT_I8: case VT_UI8: case VT_R4: case VT_R8: case VT_BOOL:
+    case VT_ERROR:
+      return true;
+    default:
+      return false;
+  }
 }
 
-void DataRow::Store(LONG column, const VARIANT& value) {
+}  // namespace
+
+uint32_t DataRows::AddText(std::u16string_view text) {
+  if (text.size() > 0xFFFFFFFFu - 2) AtlThrow(E_OUTOFMEMORY);
+  const auto units = static_cast<uint32_t>(text.size()) + 2;
+  const bool own = units > kPiece;
+  if (own || m_pieceUsed + units > kPiece) {
+    if (m_pieces.size() >= (size_t{1} << (32 - kPieceBits)) - 1) AtlThrow(E_OUTOFMEMORY);
+    m_pieces.emplace_back(new char16_t[own ? units : kPiece]);
+    m_pieceUsed = 0;
+  }
+  char16_t* at = m_pieces.back().get() + m_pieceUsed;
+  const auto length = static_cast<uint32_t>(text.size());
+  at[0] = static_cast<char16_t>(length & 0xFFFF);
+  at[1] = static_cast<char16_t>(length >> 16);
+  std::copy(text.begin(), text.end(), at + 2);
+  const uint32_t place = static_cast<uint32_t>(m_pieces.size() - 1) << kPieceBits | m_pieceUsed;
+  m_pieceUsed = own ? kPiece : m_pieceUsed + units;
+  return place;
+}
+
+std::u16string_view DataRows::TextAt(uint32_t place) const noexcept {
+  const char16_t* at = m_pieces[place >> kPieceBits].get() + (place & (kPiece - 1));
+  return {at + 2, uint32_t{at[0]} | uint32_t{at[1]} << 16};
+}
+
+DataRows::Cell DataRows::Pack(const VARIANT& value) {
+  Cell cell;
+  cell.vt = value.vt;
+  if (value.vt == VT_BSTR)
+    cell.ref = value.bstrVal ? AddText(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal))) : kNullText;
+  else
+    std::memcpy(&cell.bits, &value.llVal, sizeof cell.bits);
+  return cell;
+}
+
+DataRows::Cell DataRows::Keep(CVariant&& value) {
+  if (IsPlain(value.vt) || value.vt == VT_BSTR) return Pack(value);
+  Cell cell;
+  cell.vt = value.vt;
+  cell.ref = static_cast<uint32_t>(m_kept.size());
+  m_kept.push_back(std::move(value));
+  return cell;
+}
+
+void DataRows::Unpack(const Cell& cell, VARIANT* out) const {
+  if (IsPlain(cell.vt)) {
+    CheckHr(VariantClear(out));
+    out->vt = cell.vt;
+    std::memcpy(&out->llVal, &cell.bits, sizeof cell.bits);
+  } else if (cell.vt == VT_BSTR) {
+    BSTR text = nullptr;
+    if (cell.ref != kNullText) {
+      std::u16string_view stored = TextAt(cell.ref);
+      text = SysAllocStringLen(stored.data(), static_cast<uint32_t>(stored.size()));
+      if (!text) AtlThrow(E_OUTOFMEMORY);
+    }
+    VariantClear(out);
+    out->vt = VT_BSTR;
+    out->bstrVal = text;
+  } else {
+    CheckHr(VariantCopy(out, &m_kept[cell.ref]));
+  }
+}
+
+DataRows::Cell& DataRows::Place(size_t row, LONG column) {
+  Span& span = m_rows[row];
+  const auto wanted = static_cast<uint32_t>(column);
+  if (wanted >= span.width) {
+    const uint32_t width = std::max<uint32_t>(wanted + 1, static_cast<uint32_t>(m_columns->Count()));
+    const bool last = span.first + span.width == m_cells.size();
+    const size_t first = last ? span.first : m_cells.size();
+    if (first + width > 0xFFFFFFFFu) AtlThrow(E_OUTOFMEMORY);
+    m_cells.resize(first + width);
+    if (!last) std::copy_n(m_cells.begin() + span.first, span.width, m_cells.begin() + first);
+    span = Span{static_cast<uint32_t>(first), width};
+  }
+  return m_cells[span.first + wanted];
+}
+
+void DataRows::Store(size_t row, LONG column, const VARIANT& value) {
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   VARTYPE type = m_columns->TypeAt(column);
   // A cell owns its value: a reference would outlive what it points at.
   if (value.vt & ~VT_TYPEMASK) AtlThrow(DISP_E_BADVARTYPE);
-  CVariant cell;
   // An empty or null value clears the cell rather than turning into 0 or failing.
-  if (type == VT_EMPTY || value.vt == type || value.vt == VT_EMPTY || value.vt == VT_NULL)
-    CheckHr(VariantCopy(&cell, &value));
-  else
-    CheckHr(VariantChangeType(&cell, &value, 0, type));
-  if (static_cast<size_t>(column) >= m_cells.size()) m_cells.resize(std::max<size_t>(column + 1, m_columns->Count()));
-  m_cells[column] = std::move(cell);
+  const bool asItIs = type == VT_EMPTY || value.vt == type || value.vt == VT_EMPTY || value.vt == VT_NULL;
+  Cell packed;
+  if (asItIs && (IsPlain(value.vt) || value.vt == VT_BSTR)) {
+    packed = Pack(value);
+  } else {
+    CVariant cell;
+    if (asItIs)
+      CheckHr(VariantCopy(&cell, &value));
+    else
+      CheckHr(VariantChangeType(&cell, &value, 0, type));
+    packed = Keep(std::move(cell));
+  }
+  Place(row, column) = packed;
 }
 
-void DataRow::Load(LONG column, VARIANT* value) const {
+void DataRows::Load(size_t row, LONG column, VARIANT* value) const {
+  std::lock_guard<CObjectLock> hold(ObjectLock());
   m_columns->TypeAt(column);  // the range test
-  if (static_cast<size_t>(column) < m_cells.size()) CheckHr(VariantCopy(value, &m_cells[column]));
+  const Span& span = m_rows[row];
+  if (static_cast<uint32_t>(column) < span.width) Unpack(m_cells[span.first + column], value);
 }
 
-LONG DataRow::IndexOfName(BSTR column) const {
+void DataRows::LoadAll(size_t row, LONG count, VARIANT* values) const {
+  if (count < 0) AtlThrow(E_INVALIDARG);
+  if (count == 0) return;
+  if (!values) AtlThrow(E_POINTER);
+  // Every slot is valid before anything can fail, so the caller may clear them all.
+  for (LONG i = 0; i < count; ++i) VariantInit(&values[i]);
+  std::lock_guard<CObjectLock> hold(ObjectLock());
+  if (count > m_columns->Count()) AtlThrow(E_INVALIDARG);
+  const Span& span = m_rows[row];
+  for (LONG i = 0; i < count && static_cast<uint32_t>(i) < span.width; ++i) Unpack(m_cells[span.first + i], &values[i]);
+}
+
+LONG DataRows::ColumnOfName(BSTR column) const {
   LONG index = m_columns->IndexOf(ViewOf(column));
   if (index < 0) AtlThrow(E_INVALIDARG);
   return index;
 }
 
-HRESULT DataRow::SetValue(VARIANT column, VARIANT* value) {
-  return Locked([&] {
-    if (!value) AtlThrow(E_POINTER);
-    Store(ColumnIndexOf(column), *value);
-  });
-}
-
-HRESULT DataRow::SetValueByName(BSTR column, VARIANT* value) {
-  return Locked([&] {
-    if (!value) AtlThrow(E_POINTER);
-    Store(IndexOfName(column), *value);
-  });
-}
-
-HRESULT DataRow::GetValue(LONG column, VARIANT* value) {
-  return Locked([&] {
-    if (!value) AtlThrow(E_POINTER);
-    VariantInit(value);
-    Load(column, value);
-  });
-}
-
-HRESULT DataRow::GetValueByName(BSTR column, VARIANT* value) {
-  return Locked([&] {
-    if (!value) AtlThrow(E_POINTER);
-    VariantInit(value);
-    Load(IndexOfName(column), value);
-  });
-}
-
-HRESULT DataRow::GetValues(LONG count, VARIANT* values) {
-  return Locked([&] {
-    if (count < 0) AtlThrow(E_INVALIDARG);
-    if (count == 0) return;
-    if (!values) AtlThrow(E_POINTER);
-    // Every slot is valid before anything can fail, so the caller may clear them all.
-    for (LONG i = 0; i < count; ++i) VariantInit(&values[i]);
-    if (count > m_columns->Count()) AtlThrow(E_INVALIDARG);
-    for (LONG i = 0; i < count; ++i) Load(i, &values[i]);
-  });
-}
-
-// ---- rows -------------------------------------------------------------------
-
 HRESULT DataRows::AddRow(IDataRow** out) {
   return Locked([&] {
     CheckOut(out);
-    ComPtr<DataRow> row = DataRow::Create(m_columns);
-    m_rows.push_back(row);
+    // Rows are usually made after the columns, so a row has its width at once.
+    const auto width = static_cast<uint32_t>(m_columns->Count());
+    if (m_cells.size() + width > 0xFFFFFFFFu) AtlThrow(E_OUTOFMEMORY);
+    ComPtr<DataRow> row = DataRow::Create(ComPtr<DataRows>(this), m_rows.size());
+    m_rows.push_back(Span{static_cast<uint32_t>(m_cells.size()), width});
+    m_cells.resize(m_cells.size() + width);
     *out = row.Detach();
   });
 }
@@ -187,9 +257,44 @@ HRESULT DataRows::GetRow(LONG index, IDataRow** out) {
   return Locked([&] {
     CheckOut(out);
     if (index < 0 || static_cast<size_t>(index) >= m_rows.size()) AtlThrow(E_INVALIDARG);
-    *out = m_rows[index].Get();
-    (*out)->AddRef();
+    *out = DataRow::Create(ComPtr<DataRows>(this), static_cast<size_t>(index)).Detach();
   });
+}
+
+// ---- row views ----------------------------------------------------------------
+
+HRESULT DataRow::SetValue(VARIANT column, VARIANT* value) {
+  return Unlocked([&] {
+    if (!value) AtlThrow(E_POINTER);
+    m_rows->Store(m_index, ColumnIndexOf(column), *value);
+  });
+}
+
+HRESULT DataRow::SetValueByName(BSTR column, VARIANT* value) {
+  return Unlocked([&] {
+    if (!value) AtlThrow(E_POINTER);
+    m_rows->Store(m_index, m_rows->ColumnOfName(column), *value);
+  });
+}
+
+HRESULT DataRow::GetValue(LONG column, VARIANT* value) {
+  return Unlocked([&] {
+    if (!value) AtlThrow(E_POINTER);
+    VariantInit(value);
+    m_rows->Load(m_index, column, value);
+  });
+}
+
+HRESULT DataRow::GetValueByName(BSTR column, VARIANT* value) {
+  return Unlocked([&] {
+    if (!value) AtlThrow(E_POINTER);
+    VariantInit(value);
+    m_rows->Load(m_index, m_rows->ColumnOfName(column), value);
+  });
+}
+
+HRESULT DataRow::GetValues(LONG count, VARIANT* values) {
+  return Unlocked([&] { m_rows->LoadAll(m_index, count, values); });
 }
 
 // ---- table ------------------------------------------------------------------

@@ -6,6 +6,7 @@
 // table is gone, and nothing points back up, so there are no cycles.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -37,10 +38,14 @@ class DataColumns final : public Object<DataColumns, IDataColumns> {
   std::vector<Column> m_columns;
 };
 
+class DataRows;
+
+// One row of a DataRows: a view that keeps the rows alive, so that a host
+// may hold it after the table is gone. The cells live in the rows object,
+// which spares a large table an object per row.
 class DataRow final : public Object<DataRow, IDataRow> {
  public:
-  explicit DataRow(ComPtr<DataColumns> columns) : m_columns(std::move(columns)) {}
-  HRESULT FinalConstruct();
+  DataRow(ComPtr<DataRows> rows, size_t index) : m_rows(std::move(rows)), m_index(index) {}
 
   HRESULT SetValue(VARIANT column, VARIANT* value) override;
   HRESULT SetValueByName(BSTR column, VARIANT* value) override;
@@ -49,16 +54,14 @@ class DataRow final : public Object<DataRow, IDataRow> {
   HRESULT GetValues(LONG count, VARIANT* values) override;
 
  private:
-  void Store(LONG column, const VARIANT& value);
-  void Load(LONG column, VARIANT* value) const;
-  LONG IndexOfName(BSTR column) const;
-
-  ComPtr<DataColumns> m_columns;
-  // One cell per column, in column order; cells past the end (columns added
-  // after the row) read as empty.
-  std::vector<CVariant> m_cells;
+  ComPtr<DataRows> m_rows;
+  size_t m_index;
 };
 
+// The rows of a table and all their cells. A table of a large capture has
+// hundreds of thousands of rows, so cells are 16 bytes each in one array,
+// their text lies end to end in large pieces, and a value is a VARIANT again
+// only when it is read: a row costs no allocation of its own.
 class DataRows final : public Object<DataRows, IDataRows> {
  public:
   explicit DataRows(ComPtr<DataColumns> columns) : m_columns(std::move(columns)) {}
@@ -67,9 +70,55 @@ class DataRows final : public Object<DataRows, IDataRows> {
   HRESULT GetCount(LONG* count) override;
   HRESULT GetRow(LONG index, IDataRow** out) override;
 
+  // The cell operations of the row views, each under this object's lock.
+  // Raise on a bad column.
+  void Store(size_t row, LONG column, const VARIANT& value);
+  void Load(size_t row, LONG column, VARIANT* value) const;
+  LONG ColumnOfName(BSTR column) const;
+  // Sets the first count cells of row; every one is valid before anything
+  // can fail.
+  void LoadAll(size_t row, LONG count, VARIANT* values) const;
+
  private:
+  // A value without resources in its bits; text by its place in the pool;
+  // anything else (objects, identifiers) by its place among the kept values.
+  struct Cell {
+    VARTYPE vt = VT_EMPTY;
+    uint32_t ref = 0;
+    uint64_t bits = 0;
+  };
+  static_assert(sizeof(Cell) == 16);
+  // A row's cells: m_cells[first, first + width). Cells past the width
+  // (columns added after the row) read as empty.
+  struct Span {
+    uint32_t first;
+    uint32_t width;
+  };
+  static constexpr uint32_t kNullText = 0xFFFFFFFFu;
+
+  // A plain or text value as a cell; Keep takes any value, keeping what
+  // holds resources as it is.
+  Cell Pack(const VARIANT& value);
+  Cell Keep(CVariant&& value);
+  void Unpack(const Cell& cell, VARIANT* out) const;
+  // A text into the pieces; its place there.
+  uint32_t AddText(std::u16string_view text);
+  std::u16string_view TextAt(uint32_t place) const noexcept;
+  // Room for column in row, moving the row to the end when it must widen
+  // and is not the last.
+  Cell& Place(size_t row, LONG column);
+
   ComPtr<DataColumns> m_columns;
-  std::vector<ComPtr<DataRow>> m_rows;
+  std::vector<Cell> m_cells;
+  std::vector<Span> m_rows;
+  // Texts, each its length in two units and then its units, in pieces of
+  // kPiece units (a longer text has a piece of its own); a text's place is
+  // its piece above kPieceBits and its offset below.
+  static constexpr uint32_t kPieceBits = 16;
+  static constexpr uint32_t kPiece = 1u << kPieceBits;
+  std::vector<std::unique_ptr<char16_t[]>> m_pieces;
+  uint32_t m_pieceUsed = kPiece;
+  std::vector<CVariant> m_kept;
 };
 
 class DataTable final : public Object<DataTable, IDataTable> {

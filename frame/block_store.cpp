@@ -16,6 +16,10 @@ CBlockStore::CBlockStore(uint32_t recordSize, uint32_t wantedBlockLength)
 
 void CBlockStore::AddBlock() {
   if (m_blocks.size() >= kMaxBlocks) throw std::length_error("deque<T> too long");
+  if (uint32_t budget = s_blockBudget.load(std::memory_order_relaxed); budget != kNoBlockLimit) {
+    if (budget == 0) AtlThrow(E_OUTOFMEMORY);
+    s_blockBudget.store(budget - 1, std::memory_order_relaxed);
+  }
   auto* block = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(m_nPerBlock) * m_nRecordSize));
   if (!block) AtlThrow(E_OUTOFMEMORY);
   try {

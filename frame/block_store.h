@@ -7,6 +7,7 @@
 // an index a shift and a mask.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -58,6 +59,12 @@ class CBlockStore {
   // Frees every block.
   void Clear() noexcept;
 
+  // For tests of a table that runs out of memory: after `blocks` more
+  // blocks in any store, each further block fails as an allocation would,
+  // until called again with kNoBlockLimit.
+  static constexpr uint32_t kNoBlockLimit = 0xFFFFFFFFu;
+  static void LimitBlocksForTesting(uint32_t blocks) noexcept { s_blockBudget.store(blocks); }
+
   uint32_t GetCount() const noexcept { return m_nCount; }
   uint32_t GetCapacity() const noexcept { return m_nCapacity; }
   uint32_t GetRecordSize() const noexcept { return m_nRecordSize; }
@@ -74,6 +81,7 @@ class CBlockStore {
   uint32_t m_nCapacity = 0;
   uint32_t m_nShift;
   std::deque<uint8_t*> m_blocks;
+  static inline std::atomic<uint32_t> s_blockBudget{kNoBlockLimit};
 };
 
 // Typed front: records are T, whose size is the record size.

@@ -80,20 +80,11 @@ void TableRows::SetCell(IDataRow* row, LONG column, const VARIANT& value) {
   CheckHr(row->SetValue(index, const_cast<VARIANT*>(&value)));
 }
 
-void TableRows::Add(std::span<const VARIANT> values) {
+void TableRows::Add(std::initializer_list<Cell> values) {
   ComPtr<IDataRow> row = NewRow();
   LONG column = 0;
-  for (const VARIANT& v : values) {
-    if (v.vt != VT_EMPTY) SetCell(row.Get(), column, v);
-    ++column;
-  }
-}
-
-void TableRows::Add(std::initializer_list<CVariant> values) {
-  ComPtr<IDataRow> row = NewRow();
-  LONG column = 0;
-  for (const CVariant& v : values) {
-    if (v.vt != VT_EMPTY) SetCell(row.Get(), column, v);
+  for (Cell c : values) {
+    if (c.value->vt != VT_EMPTY) SetCell(row.Get(), column, *c.value);
     ++column;
   }
 }

@@ -99,9 +99,15 @@ class TableRows {
  public:
   explicit TableRows(IDataTable* table);
 
+  // A value of a row by reference, so that a row is written without copies
+  // of its cells; it may refer to a temporary of the same expression.
+  struct Cell {
+    Cell(const VARIANT& value) : value(&value) {}  // NOLINT: converts on purpose
+    const VARIANT* value;
+  };
+
   // One row with the values in column order; a VT_EMPTY value is skipped.
-  void Add(std::initializer_list<CVariant> values);
-  void Add(std::span<const VARIANT> values);
+  void Add(std::initializer_list<Cell> values);
 
   // A new row for a caller that sets its cells itself with SetCell.
   ComPtr<IDataRow> NewRow();

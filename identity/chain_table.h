@@ -1,13 +1,17 @@
 // The store behind both identity tables: records in a block store, chained
 // from a fixed array of 3079 heads. Records are only ever appended, and a new
 // record stands first in its chain, so a record's index is its identity
-// until the whole store is cleared.
+// until the whole store is cleared. A key index beside the chains finds a
+// record in constant time however long its chain; each add files the record
+// in both.
 #pragma once
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "frame/block_store.h"
+#include "frame/key_index.h"
 
 namespace zemo {
 
@@ -37,10 +41,16 @@ class CChainTable {
     return time;
   }
 
-  // A new zeroed record at the head of the bucket's chain, stamped with
-  // time; its index. Raises E_FAIL when no block can be had or the index
-  // would reach limit.
-  uint32_t Add(uint32_t bucket, ZemoTime time, uint32_t limit);
+  // The record filed under tag for which isKey(index) holds, or kEnd.
+  template <class IsKey>
+  uint32_t Find(uint32_t tag, IsKey&& isKey) const noexcept {
+    return m_index.Find(tag, std::forward<IsKey>(isKey));
+  }
+
+  // A new zeroed record at the head of the bucket's chain, filed under tag
+  // and stamped with time; its index. Raises E_FAIL when no block can be
+  // had or the index would reach limit.
+  uint32_t Add(uint32_t bucket, uint32_t tag, ZemoTime time, uint32_t limit);
 
   // Every chain empty, every block freed.
   void Clear() noexcept;
@@ -48,10 +58,19 @@ class CChainTable {
   // The number of records with a time at or after since.
   uint32_t CountSince(ZemoTime since) const noexcept;
 
+  // Chain lengths, for tuning: the longest and the number of chains that
+  // hold anything.
+  struct Shape {
+    uint32_t longest = 0;
+    uint32_t used = 0;
+  };
+  Shape GetShape() const noexcept;
+
  private:
   CBlockStore m_store;
   uint32_t m_nextOffset;
   std::unique_ptr<uint32_t[]> m_heads;
+  CKeyIndex m_index;
 };
 
 // One step of an identifier walk over a table whose record 0 has the

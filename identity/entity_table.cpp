@@ -68,14 +68,13 @@ uint32_t EntityTable::Hash(const uint8_t* value, uint32_t length) noexcept {
   return h % CChainTable::kHeadCount;
 }
 
-ULONG EntityTable::FindOrAddIn(uint32_t n, const uint8_t* value, bool add) {
+ULONG EntityTable::FindOrAddIn(uint32_t n, const uint8_t* value, uint32_t tag, bool add) {
   CChainTable& table = *m_tables[n];
   const uint32_t length = SubTableLength(n);
-  const uint32_t bucket = Hash(value, length);
-  for (uint32_t i = table.Head(bucket); i != CChainTable::kEnd; i = table.Next(i))
-    if (std::memcmp(Data(n, i), value, length) == 0) return MakeId(n, i);
+  uint32_t i = table.Find(tag, [&](uint32_t r) { return std::memcmp(Data(n, r), value, length) == 0; });
+  if (i != CChainTable::kEnd) return MakeId(n, i);
   if (!add) return kNoEntityId;
-  uint32_t index = table.Add(bucket, Now(), IndexMask());
+  uint32_t index = table.Add(Hash(value, length), tag, Now(), IndexMask());
   std::memcpy(table.Record(index) + kDataOffset, value, length);
   return MakeId(n, index);
 }
@@ -86,6 +85,7 @@ HRESULT EntityTable::Reset() {
   return Locked([&] {
     for (auto& table : m_tables)
       if (table) table->Clear();
+    m_memo.Clear();
   });
 }
 
@@ -104,15 +104,26 @@ HRESULT EntityTable::GetCount(ULONG type, ULONG* count) {
   });
 }
 
+// A value asked for a moment ago is answered from the memo, without the
+// lock; anything else takes the lock and the index, and leaves its answer in
+// the memo.
 HRESULT EntityTable::FindOrAdd(const MediaSpec* spec, LONG add, ULONG* id) {
-  return Locked([&]() -> HRESULT {
+  return Unlocked([&]() -> HRESULT {
     if (!spec) return E_INVALIDARG;
     CheckOut(id);
     *id = kNoEntityId;
     uint32_t n = SubTableFor(spec->fType);
     if (n == kNoEntitySubTable) return E_FAIL;
-    *id = FindOrAddIn(n, spec->fData, add == 1);
-    return *id == kNoEntityId ? E_FAIL : S_OK;
+    const uint32_t length = SubTableLength(n);
+    const CEntityMemo::Key key(n, spec->fData, length);
+    const uint32_t tag = CKeyIndex::HashBytes(spec->fData, length);
+    *id = m_memo.Find(key, tag);
+    if (*id != kNoEntityId) return S_OK;
+    std::lock_guard<CObjectLock> hold(ObjectLock());
+    *id = FindOrAddIn(n, spec->fData, tag, add == 1);
+    if (*id == kNoEntityId) return E_FAIL;
+    m_memo.Store(key, tag, *id);
+    return S_OK;
   });
 }
 
@@ -189,19 +200,6 @@ HRESULT EntityTable::GetEntityKind(ULONG id, BYTE* specClass, BYTE* type) {
     *type = SubTableType(n);
     return S_OK;
   });
-}
-
-EntityTable::ChainShape EntityTable::GetChainShape(uint32_t n) const {
-  ChainShape shape;
-  std::lock_guard<CObjectLock> hold(ObjectLock());
-  const CChainTable& table = *m_tables.at(n);
-  for (uint32_t b = 0; b < CChainTable::kHeadCount; ++b) {
-    uint32_t length = 0;
-    for (uint32_t i = table.Head(b); i != CChainTable::kEnd; i = table.Next(i)) ++length;
-    shape.longest = std::max(shape.longest, length);
-    shape.used += length != 0;
-  }
-  return shape;
 }
 
 // ---- binary stream ----------------------------------------------------------
@@ -284,6 +282,7 @@ HRESULT EntityTable::Load(IStream* stream) {
     if (ReadValue<USHORT>(stream) != kEntityStreamMagic) AtlThrow(E_FAIL);
     const USHORT version = ReadValue<USHORT>(stream);
     if (version != kEntityVersion && version != kEntityVersionOld) AtlThrow(E_FAIL);
+    if (version != m_version.load(std::memory_order_relaxed)) m_memo.Clear();
     m_version.store(version, std::memory_order_relaxed);
     const uint32_t count = version == kEntityVersion ? kEntitySubTableCount : kOldSubTableCount;
     for (uint32_t n = 0; n < count; ++n) {

@@ -15,6 +15,7 @@
 #include "frame/engine_interfaces.h"
 #include "frame/persist_interfaces.h"
 #include "identity/chain_table.h"
+#include "identity/entity_memo.h"
 #include "identity/identity_interfaces.h"
 #include "platform/object.h"
 
@@ -65,13 +66,11 @@ class EntityTable final
 
   // The identifier of index in sub-table n under the table's version.
   ULONG MakeId(uint32_t n, uint32_t index) const noexcept { return n << Shift() | index; }
-  // Chain lengths of a sub-table, for tuning: the longest and the number of
-  // chains that hold anything.
-  struct ChainShape {
-    uint32_t longest = 0;
-    uint32_t used = 0;
-  };
-  ChainShape GetChainShape(uint32_t n) const;
+  // Sub-table n itself, for tuning and tests; not to be read while another
+  // thread may add.
+  const CChainTable& SubTable(uint32_t n) const { return *m_tables.at(n); }
+  // The chain bucket of a value of that length.
+  static uint32_t Hash(const uint8_t* value, uint32_t length) noexcept;
 
  private:
   static constexpr uint32_t kDataOffset = 12;  // behind time (8) and next (4)
@@ -82,10 +81,13 @@ class EntityTable final
   // The sub-table of a type that this table can identify, or kNoEntitySubTable.
   uint32_t SubTableFor(ULONG type) const noexcept;
 
-  static uint32_t Hash(const uint8_t* value, uint32_t length) noexcept;
-  // Finds the value in sub-table n (compared over the sub-table's length),
-  // adding it if add; its identifier, or kNoEntityId if absent.
-  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add);
+  // Finds the value in sub-table n (compared over the sub-table's length,
+  // filed in the index under tag), adding it if add; its identifier, or
+  // kNoEntityId if absent.
+  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, uint32_t tag, bool add);
+  ULONG FindOrAddIn(uint32_t n, const uint8_t* value, bool add) {
+    return FindOrAddIn(n, value, CKeyIndex::HashBytes(value, SubTableLength(n)), add);
+  }
   const uint8_t* Data(uint32_t n, uint32_t index) const noexcept { return m_tables[n]->Record(index) + kDataOffset; }
 
   // Sub-table 4 in streams and text: a protocol by its path in the host's
@@ -97,6 +99,7 @@ class EntityTable final
   std::atomic<USHORT> m_version{kEntityVersion};
   ComPtr<IProtoSpecs> m_protoSpecs;
   std::array<std::unique_ptr<CChainTable>, kEntitySubTableCount> m_tables;
+  CEntityMemo m_memo;
 };
 
 }  // namespace zemo

@@ -64,13 +64,14 @@ uint32_t TupleTable::SubTableOfSource(ULONG source) const {
 
 ULONG TupleTable::FindOrAddIn(uint32_t n, ULONG source, ULONG destination, ULONG protocol, bool add) {
   CChainTable& table = *m_tables[n];
-  const uint32_t bucket = (source + 8 * destination + 32 * protocol) % CChainTable::kHeadCount;
-  for (uint32_t i = table.Head(bucket); i != CChainTable::kEnd; i = table.Next(i)) {
-    const TupleRecord& r = Record(n, i);
-    if (r.fSource == source && r.fDestination == destination && r.fProtocol == protocol) return MakeId(n, i);
-  }
+  const uint32_t tag = CKeyIndex::HashWords(source, destination, protocol);
+  uint32_t i = table.Find(tag, [&](uint32_t r) {
+    const TupleRecord& t = Record(n, r);
+    return t.fSource == source && t.fDestination == destination && t.fProtocol == protocol;
+  });
+  if (i != CChainTable::kEnd) return MakeId(n, i);
   if (!add) return kNoTupleId;
-  uint32_t index = table.Add(bucket, Now(), kIndexMask);
+  uint32_t index = table.Add(Bucket(source, destination, protocol), tag, Now(), kIndexMask);
   TupleRecord& r = Record(n, index);
   r.fSource = source;
   r.fDestination = destination;

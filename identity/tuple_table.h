@@ -77,6 +77,13 @@ class TupleTable final
   HRESULT Select(ISelectParams* params, IUnknown** out) override;
   HRESULT GetTable(IDataTable** table) override;
 
+  // Sub-table n itself, for tests; not to be read while another thread may add.
+  const CChainTable& SubTable(uint32_t n) const { return *m_tables.at(n); }
+  // The chain bucket of a triple.
+  static uint32_t Bucket(ULONG source, ULONG destination, ULONG protocol) noexcept {
+    return (source + 8 * destination + 32 * protocol) % CChainTable::kHeadCount;
+  }
+
  private:
   static constexpr uint32_t kShift = 28;
   static constexpr uint32_t kIndexMask = (1u << kShift) - 1;

@@ -1,5 +1,7 @@
 #include "network/dashboard_stats.h"
 
+#include <vector>
+
 #include "frame/clsids.h"
 #include "frame/module.h"
 #include "frame/stream_persist.h"
@@ -69,13 +71,45 @@ void DashboardStats::Rebuild() {
 }
 
 // From the last rung to the first, so that removing one moves only rungs
-// already looked at.
+// already looked at. A history takes sample k when time passes the whole
+// second (start second + interval * (k + 1)), whether it was running all
+// along or resumes a loaded series, so the time that fills a rung follows
+// from its start, its interval and its limit.
 void DashboardStats::Trim() {
   for (size_t i = m_rungs.size(); i-- > 0;) {
-    LONG count = 0;
-    if (SUCCEEDED(m_rungs[i].history->GetSampleCount(&count)) && static_cast<ULONG>(count) >= m_rungs[i].sampleLimit)
+    Rung& rung = m_rungs[i];
+    LONG count = 0, interval = 0;
+    ZemoTime start = 0;
+    if (SUCCEEDED(rung.history->GetSampleCount(&count)) && static_cast<ULONG>(count) >= rung.sampleLimit) {
       m_rungs.erase(m_rungs.begin() + static_cast<ptrdiff_t>(i));
+      continue;
+    }
+    rung.fullAfter = kNever;
+    if (SUCCEEDED(rung.history->GetStartTime(&start)) && start && SUCCEEDED(rung.history->GetInterval(&interval)) &&
+        interval > 0) {
+      const unsigned __int128 lastEnd =
+          (static_cast<unsigned __int128>(start / SampleSpan::kSecond) + uint64_t(interval) * rung.sampleLimit) *
+          SampleSpan::kSecond;
+      if (lastEnd < kNever) rung.fullAfter = static_cast<ZemoTime>(lastEnd);
+    }
   }
+}
+
+// Samples come only on whole seconds, so the rungs are looked at once a
+// second of packet time at most. A rung that this time would fill is dropped
+// before it gets the packet, since the trim would drop it after: a packet
+// years after the last must not fill the fine rungs with empty samples only
+// to throw them away.
+template <class Give>
+void DashboardStats::Pass(ZemoTime now, Give&& give) {
+  const bool secondPassed = now > m_quietUntil;
+  if (secondPassed)
+    std::erase_if(m_rungs, [&](const Rung& rung) { return now > rung.fullAfter; });
+  for (Rung& rung : m_rungs) give(rung);
+  if (!secondPassed) return;
+  Trim();
+  const ZemoTime whole = now / SampleSpan::kSecond * SampleSpan::kSecond;
+  m_quietUntil = whole == now ? now : (whole + SampleSpan::kSecond < whole ? kNever : whole + SampleSpan::kSecond);
 }
 
 HRESULT DashboardStats::FinalConstruct() {
@@ -108,7 +142,10 @@ HRESULT DashboardStats::SetContext(IZemoStatsContext* context) {
 }
 
 HRESULT DashboardStats::Reset() {
-  return Locked([&] { Rebuild(); });
+  return Locked([&] {
+    Rebuild();
+    m_quietUntil = 0;
+  });
 }
 
 // --- packets and time ---
@@ -116,16 +153,18 @@ HRESULT DashboardStats::Reset() {
 HRESULT DashboardStats::ProcessPacket(IPacket* packet) {
   return Locked([&] {
     if (!packet) AtlThrow(E_INVALIDARG);
-    for (Rung& rung : m_rungs) rung.packetInput->ProcessPacket(packet);
-    Trim();
+    ZemoTime now = 0;
+    auto give = [&](Rung& rung) { rung.packetInput->ProcessPacket(packet); };
+    // A packet without a time still reaches the rungs, which take nothing from it.
+    if (FAILED(packet->GetTimeStamp(&now)))
+      for (Rung& rung : m_rungs) give(rung);
+    else
+      Pass(now, give);
   });
 }
 
 HRESULT DashboardStats::ProcessTime(ZemoTime now) {
-  return Locked([&] {
-    for (Rung& rung : m_rungs) rung.timeInput->ProcessTime(now);
-    Trim();
-  });
+  return Locked([&] { Pass(now, [&](Rung& rung) { rung.timeInput->ProcessTime(now); }); });
 }
 
 // --- IPersistStream ---
@@ -147,6 +186,7 @@ HRESULT DashboardStats::Load(IStream* stream) {
     if (ReadValue<ULONG>(stream) != kStreamVersion) AtlThrow(E_FAIL);
     ULONG count = ReadValue<ULONG>(stream);
     m_rungs.clear();
+    m_quietUntil = 0;
     // The count is not trusted for a reservation: each rung is read before
     // the next is made, and a short stream ends the loop.
     for (ULONG i = 0; i < count; ++i) {

@@ -65,11 +65,14 @@ class DashboardStats final : public Object<DashboardStats, IDashboardStats, IZem
   size_t RungCount() const;
 
  private:
+  static constexpr ZemoTime kNever = ~ZemoTime{0};
+
   struct Rung {
     ComPtr<IHistoryStats> history;
     IProcessPacket* packetInput;  // of the same object, no reference of its own
     IProcessTime* timeInput;
     ULONG sampleLimit;
+    ZemoTime fullAfter = kNever;  // a packet or tick after this fills the rung
   };
 
   // A new HistoryStats by its class identifier.
@@ -77,10 +80,17 @@ class DashboardStats final : public Object<DashboardStats, IDashboardStats, IZem
   // Appends the history with both its inputs.
   void AddRung(ComPtr<IHistoryStats> history, ULONG sampleLimit);
   void Rebuild();
+  // Hands a packet or tick at `now` to the rungs through give(rung).
+  template <class Give>
+  void Pass(ZemoTime now, Give&& give);
+  // Drops the rungs that are full, and learns when each other will be.
   void Trim();
 
   IZemoStatsContext* m_context = nullptr;
   std::vector<Rung> m_rungs;
+  // No rung takes a sample up to this time (a whole second), so none can
+  // fill: the rungs were last trimmed at a time within the second before.
+  ZemoTime m_quietUntil = 0;
 };
 
 }  // namespace zemo

@@ -41,7 +41,7 @@ HRESULT HistoryStats::GetStartTime(ZemoTime* time) {
 HRESULT HistoryStats::GetSampleCount(LONG* count) {
   return Locked([&] {
     CheckOut(count);
-    *count = static_cast<LONG>(m_samples.size());
+    *count = static_cast<LONG>(Count());
   });
 }
 
@@ -50,12 +50,12 @@ HRESULT HistoryStats::GetSamples(double** samples, LONG* count) {
     if (!samples || !count) AtlThrow(E_POINTER);
     *samples = nullptr;
     *count = 0;
-    if (m_samples.empty()) return;
-    void* copy = CoTaskMemAlloc(m_samples.size() * sizeof(double));
+    if (m_samples.Empty()) return;
+    void* copy = CoTaskMemAlloc(Count() * sizeof(double));
     if (!copy) AtlThrow(E_OUTOFMEMORY);
-    std::memcpy(copy, m_samples.data(), m_samples.size() * sizeof(double));
+    m_samples.CopyTo(static_cast<double*>(copy));
     *samples = static_cast<double*>(copy);
-    *count = static_cast<LONG>(m_samples.size());
+    *count = static_cast<LONG>(Count());
   });
 }
 
@@ -74,23 +74,19 @@ HRESULT HistoryStats::Reset() {
     m_startTime = 0;
     m_span.Clear();
     m_bytesInSpan = 0;
-    std::vector<double>().swap(m_samples);
+    m_samples.Clear();
   });
 }
 
 // --- sampling ---
 
 void HistoryStats::Append(double closed, uint64_t zeros) {
-  size_t size = m_samples.size();
-  if (zeros >= kMaxSamples - size) AtlThrow(E_OUTOFMEMORY);
-  size_t need = size + 1 + static_cast<size_t>(zeros);
+  if (zeros >= kMaxSamples - m_samples.Size()) AtlThrow(E_OUTOFMEMORY);
   try {
-    if (need > m_samples.capacity()) m_samples.reserve(std::max(m_samples.capacity() + kGrowth, need));
+    m_samples.Append(closed, zeros);
   } catch (const std::bad_alloc&) {
     AtlThrow(E_OUTOFMEMORY);
   }
-  m_samples.push_back(closed);
-  m_samples.resize(need, 0.0);
 }
 
 void HistoryStats::Advance(ZemoTime now) {
@@ -103,7 +99,7 @@ void HistoryStats::Advance(ZemoTime now) {
     // loaded samples (with a 0.0 for each interval that really passed)
     // instead of walking from time zero or dropping them.
     m_span.Start(m_startTime);
-    m_span.Skip(m_samples.size());
+    m_span.Skip(m_samples.Size());
   }
   uint64_t spans = m_span.Passed(now);
   if (spans == 0) return;
@@ -157,7 +153,7 @@ HRESULT HistoryStats::Load(IStream* stream) {
       ReadRecords(stream, std::span<double>(samples.data() + done, piece));
       done += piece;
     }
-    m_samples = std::move(samples);
+    m_samples.Assign(std::move(samples));
     m_span.interval = interval;
     m_startTime = start;
     m_span.Clear();
@@ -171,8 +167,16 @@ HRESULT HistoryStats::Save(IStream* stream, BOOL) {
     WriteValue(stream, kStreamVersion);
     WriteValue(stream, m_span.interval);
     WriteValue(stream, m_startTime);
-    WriteValue(stream, static_cast<ULONG>(m_samples.size()));
-    WriteRecords(stream, std::span<const double>(m_samples));
+    WriteValue(stream, static_cast<ULONG>(Count()));
+    static constexpr double kZeros[512] = {};
+    m_samples.ForEachRun([&](const double* values, uint64_t count, uint64_t zeros) {
+      WriteRecords(stream, std::span<const double>(values, count));
+      for (uint64_t left = zeros; left;) {
+        const uint64_t piece = std::min<uint64_t>(left, std::size(kZeros));
+        WriteRecords(stream, std::span<const double>(kZeros, piece));
+        left -= piece;
+      }
+    });
   });
 }
 
@@ -202,7 +206,7 @@ HRESULT HistoryStats::Save(LPCOLESTR fileName, BOOL) {
   return Locked([&] {
     if (!fileName) AtlThrow(E_POINTER);
     return WriteTextFile(fileName, FileOpenStyle::System, [&](TextWriter& out) {
-      for (double sample : m_samples) out.Printf("%f\n", sample);
+      m_samples.ForEach([&](double sample) { out.Printf("%f\n", sample); });
     });
   });
 }

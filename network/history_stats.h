@@ -8,6 +8,7 @@
 #include "frame/iids.h"
 #include "frame/persist_interfaces.h"
 #include "frame/stats_interfaces.h"
+#include "network/sample_series.h"
 #include "network/stat_rows.h"
 #include "platform/object.h"
 
@@ -29,11 +30,10 @@ class HistoryStats final : public Object<HistoryStats, IHistoryStats, IZemoStats
                                          IResetProcessing, IPersistStream, IPersistXml, IPersistFile> {
  public:
   static constexpr ULONG kStreamVersion = 1;
-  // The array grows by this many samples at a time.
-  static constexpr size_t kGrowth = 128;
-  // The most samples a series holds: 2^27 doubles are 1 GiB, over four years
-  // at one-second intervals. A time stamp so far ahead that the gap would
-  // pass this is refused as the allocation that it would be.
+  // The most samples a series holds: 2^27, over four years at one-second
+  // intervals, whose copy through GetSamples is 1 GiB. A time stamp so far
+  // ahead that the gap would pass this is refused as the copy that it would
+  // ask for. The gap itself costs a count, not memory.
   static constexpr size_t kMaxSamples = size_t{1} << 27;
 
   // IHistoryStats
@@ -69,12 +69,13 @@ class HistoryStats final : public Object<HistoryStats, IHistoryStats, IZemoStats
   void Advance(ZemoTime now);
   // Appends the sample of the span that closed and `zeros` empty ones.
   void Append(double closed, uint64_t zeros);
+  uint32_t Count() const noexcept { return static_cast<uint32_t>(m_samples.Size()); }
 
   IZemoStatsContext* m_context = nullptr;
   ZemoTime m_startTime = 0;
   SampleSpan m_span;
   uint64_t m_bytesInSpan = 0;
-  std::vector<double> m_samples;
+  CSampleSeries m_samples;
 };
 
 }  // namespace zemo

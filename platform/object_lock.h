@@ -2,12 +2,16 @@
 //
 // The same semantics as std::recursive_mutex (the owning thread may lock
 // again; each lock needs its unlock), at the price of one atomic operation
-// to take it when free and one to give it back. The packet path takes a lock
-// per statistic per packet, so this is the difference between a few
-// nanoseconds and a few tens of them.
+// to take it when free; giving it back is a plain store. The packet path
+// takes a lock per statistic per packet, and every locked instruction also
+// holds up the memory reads around it, so this is the difference between a
+// few nanoseconds and a few tens of them.
 //
-// State: 0 free, 1 held, 2 held and someone may be waiting. A waiter sleeps
-// on the state word (futex through std::atomic::wait) after a short spin.
+// State: 0 free, 1 held. A waiter spins a little, then counts itself among
+// the sleepers and sleeps on the state word (a futex). The unlocking store
+// is not ordered before its look at the sleepers, so a waiter that went to
+// sleep just then may be missed; it therefore sleeps a millisecond at most
+// before it tries again, which bounds what a missed wake-up costs.
 // While the process has one thread (glibc's own flag, which it also uses for
 // its mutexes) nobody can contend, and the lock takes no atomic operation.
 // The owner is a per-thread tag, read by other threads only to learn that
@@ -89,10 +93,8 @@ class CObjectLock {
     ZEMO_TSAN_MUTEX(pre_unlock, 0);
     if (--m_depth == 0) {
       m_owner.store(0, std::memory_order_relaxed);
-      if (__libc_single_threaded)
-        m_state.store(0, std::memory_order_relaxed);
-      else if (m_state.exchange(0, std::memory_order_release) == 2)
-        m_state.notify_one();
+      m_state.store(0, std::memory_order_release);
+      if (m_sleepers.load(std::memory_order_relaxed) != 0) WakeOne();
     }
     ZEMO_TSAN_MUTEX(post_unlock, 0);
   }
@@ -107,8 +109,10 @@ class CObjectLock {
   }
 
   void LockContended() noexcept;
+  void WakeOne() noexcept;
 
   std::atomic<uint32_t> m_state{0};
+  std::atomic<uint32_t> m_sleepers{0};
   std::atomic<uintptr_t> m_owner{0};
   uint32_t m_depth = 0;  // touched only by the owner
 };

@@ -43,6 +43,7 @@ struct ConversationTableTraits {
   using Key = ULONG;
   static constexpr uint32_t kBuckets = 3079;
   static constexpr uint32_t kBlockLength = 256;
+  static constexpr HRESULT kNoBlock = E_FAIL;
   static constexpr size_t kLinkOffset = offsetof(Entry, Next);
   static uint32_t Bucket(Key key) noexcept { return key % kBuckets; }
   static Key KeyOf(const Entry& e) noexcept { return e.TupleIndex; }

@@ -40,6 +40,7 @@ struct ProtocolTableTraits {
   using Key = ULONG;
   static constexpr uint32_t kBuckets = 769;
   static constexpr uint32_t kBlockLength = 256;
+  static constexpr HRESULT kNoBlock = E_FAIL;
   static constexpr size_t kLinkOffset = offsetof(Entry, Next);
   static uint32_t Bucket(Key key) noexcept { return key % kBuckets; }
   static Key KeyOf(const Entry& e) noexcept { return e.EntityIndex; }

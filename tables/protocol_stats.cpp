@@ -63,7 +63,7 @@ HRESULT TProtocolStats<D, X...>::GetProtocolIndex(ULONG entityIndex, ULONG* reco
   return this->Locked([&]() -> HRESULT {
     CheckOut(recordIndex);
     *recordIndex = kNoRecord;
-    *recordIndex = m_table.Find(entityIndex);
+    *recordIndex = m_table.ChainFind(entityIndex);
     return *recordIndex != kNoRecord ? S_OK : S_FALSE;
   });
 }
@@ -102,11 +102,7 @@ uint32_t TProtocolStats<D, X...>::AddRecord(ULONG entity, uint32_t depth) {
       }
     }
   }
-  try {
-    return m_table.Add(entity);
-  } catch (const CAtlException&) {
-    AtlThrow(E_FAIL);
-  }
+  return m_table.Add(entity);
 }
 
 template <class D, class... X>

@@ -18,17 +18,17 @@
 //     static bool Since(const Entry& e, ZemoTime t);    // the delta time test
 //     static constexpr RecordField kKeyFields[] = ...;  // property-list names of the key,
 //     static constexpr RecordField kFields[] = ...;     // and of the rest, by offset in Entry
-//   };
+//     static constexpr HRESULT kNoBlock = E_FAIL;       // optional: what a block that can't be
+//   };                                                  // had raises (E_OUTOFMEMORY without it)
 //
 // Streams carry a record as a row: its bytes without the link, in the
 // record's own order and widths. XML carries it as a `stat` element holding
 // a property list.
 //
-// Each record's key and link are kept a second time in a compact side store,
-// which the chain walks read: a walk then touches a few bytes per step
-// instead of a whole record, and stays in cache far longer as the table
-// grows. The record's own link field is the copy that goes out (entries,
-// exports); both are written together, only when a record is added.
+// Beside the chains stands a key index (CKeyIndex) that grows with the
+// table: Find and FindOrAdd, which the packet path and the loads use, go
+// through it in constant time, while ChainFind walks the chain as the
+// interfaces' lookups define it. Add keeps both in step.
 #pragma once
 
 #include <array>
@@ -37,6 +37,7 @@
 #include <type_traits>
 
 #include "frame/block_store.h"
+#include "frame/key_index.h"
 #include "frame/stream_persist.h"
 #include "frame/text_export.h"
 #include "frame/xml_persist.h"
@@ -91,49 +92,52 @@ class TRecordTable {
   void Clear() noexcept {
     m_heads.fill(kNoRecord);
     m_records.Clear();
-    m_chain.Clear();
+    m_index.Clear();
   }
 
-  // The record index of key, or kNoRecord. A chain that leads past the
-  // records raises E_FAIL.
-  uint32_t Find(Key key) const {
-    const uint32_t count = m_chain.GetCount();
-    for (uint32_t i = m_heads[Traits::Bucket(key)]; i != kNoRecord;) {
-      if (i >= count) AtlThrow(E_FAIL);
-      const ChainLink& c = m_chain[i];
-      if (c.key == key) return i;
-      i = c.next;
+  // The record index of key, or kNoRecord, through the index.
+  uint32_t Find(Key key) const noexcept {
+    if constexpr (kTagIsKey)
+      return m_index.Find(TagOf(key), CKeyIndex::AnyRecord{});
+    else
+      return m_index.Find(TagOf(key), [&](uint32_t i) { return Traits::KeyOf(m_records[i]) == key; });
+  }
+
+  // The same by walking key's chain. A chain that leads past the records,
+  // or runs longer than the table (a loop), raises E_FAIL.
+  uint32_t ChainFind(Key key) const {
+    const uint32_t count = m_records.GetCount();
+    uint32_t depth = 0;
+    for (uint32_t i = m_heads[Traits::Bucket(key)]; i != kNoRecord; i = Link(m_records[i])) {
+      if (i >= count || depth++ >= count) AtlThrow(E_FAIL);
+      if (Traits::KeyOf(m_records[i]) == key) return i;
     }
     return kNoRecord;
   }
 
-  // A new record for key at the front of its chain; a block that cannot be
-  // had raises E_OUTOFMEMORY and adds nothing.
+  // A new record for key at the front of its chain. A block (or room in
+  // the index) that cannot be had raises the table's status and adds
+  // nothing.
   uint32_t Add(Key key) {
     const uint32_t index = m_records.GetCount();
-    ChainLink& c = *m_chain.Append();
     Entry* e;
     try {
+      m_index.Reserve();
       e = m_records.Append();
-    } catch (...) {
-      m_chain.SetCount(index);
-      throw;
+    } catch (const CAtlException&) {
+      AtlThrow(kNoBlock);
     }
     Traits::Start(*e, key);
     uint32_t& head = m_heads[Traits::Bucket(key)];
-    c.key = key;
-    c.next = head;
     SetEntryLink(*e, head);
     head = index;
+    m_index.Insert(TagOf(key), index);
     return index;
   }
 
-  // Rewrites a record's link in both places. Links are only ever made by
-  // Add; this is for tests of what a broken chain does.
-  void SetLinkForTesting(uint32_t index, uint32_t next) noexcept {
-    m_chain[index].next = next;
-    SetEntryLink(m_records[index], next);
-  }
+  // Rewrites a record's link. Links are only ever made by Add; this is for
+  // tests of what a broken chain does.
+  void SetLinkForTesting(uint32_t index, uint32_t next) noexcept { SetEntryLink(m_records[index], next); }
 
   Entry& FindOrAdd(Key key) {
     uint32_t i = Find(key);
@@ -275,7 +279,7 @@ class TRecordTable {
       for (uint32_t b = 0; b < kBuckets && result == S_OK; ++b) {
         out.U32(b);
         out.Char('=');
-        for (uint32_t i = m_heads[b], depth = 0; i != kNoRecord; i = m_chain[i].next, ++depth) {
+        for (uint32_t i = m_heads[b], depth = 0; i != kNoRecord; ++depth) {
           // A chain longer than the table has a loop in it.
           if (i >= count || depth >= count) {
             result = E_FAIL;
@@ -285,6 +289,7 @@ class TRecordTable {
           out.Char(' ');
           ++entries;
           if (depth) ++collisions;
+          i = Link(m_records[i]);
         }
         out.Char('\n');
       }
@@ -297,13 +302,21 @@ class TRecordTable {
   }
 
  private:
-  struct ChainLink {
-    Key key;
-    uint32_t next;
-  };
-  // Side entries in blocks of their own, so that they too never move and
-  // a new block is rare.
-  static constexpr uint32_t kChainBlockLength = 4096;
+  // A key of 32 bits is its own tag; a longer one is hashed, and a tag's
+  // record is then confirmed by its key.
+  static constexpr bool kTagIsKey = sizeof(Key) <= sizeof(uint32_t);
+  static uint32_t TagOf(Key key) noexcept {
+    if constexpr (kTagIsKey)
+      return static_cast<uint32_t>(key);
+    else
+      return CKeyIndex::HashWords(static_cast<uint32_t>(uint64_t{key} >> 32), static_cast<uint32_t>(key), 0);
+  }
+  static constexpr HRESULT kNoBlock = [] {
+    if constexpr (requires { Traits::kNoBlock; })
+      return Traits::kNoBlock;
+    else
+      return E_OUTOFMEMORY;
+  }();
 
   static void SetEntryLink(Entry& e, uint32_t next) noexcept {
     std::memcpy(reinterpret_cast<uint8_t*>(&e) + kLinkOffset, &next, sizeof next);
@@ -350,8 +363,8 @@ class TRecordTable {
   }
 
   TBlockStore<Entry> m_records{Traits::kBlockLength};
-  TBlockStore<ChainLink> m_chain{kChainBlockLength};
   std::array<uint32_t, kBuckets> m_heads;
+  CKeyIndex m_index;
 };
 
 }  // namespace zemo

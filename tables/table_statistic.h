@@ -150,7 +150,7 @@ class TTableStatistic
       CheckOut(found);
       *recordIndex = kNoRecord;
       *found = FALSE;
-      uint32_t i = m_table.Find(key);
+      uint32_t i = m_table.ChainFind(key);
       *recordIndex = i;
       *found = i != kNoRecord;
     });

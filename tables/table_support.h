@@ -3,7 +3,10 @@
 // a tracker description.
 #pragma once
 
+#include <deque>
+
 #include "frame/engine_interfaces.h"
+#include "frame/key_index.h"
 #include "frame/packet.h"
 #include "identity/identity_interfaces.h"
 #include "platform/class_store.h"
@@ -13,7 +16,9 @@
 namespace zemo {
 
 // Entity identifiers as text, through the EntityTable and
-// ZemoCore.MediaUtils; created once per result table.
+// ZemoCore.MediaUtils; created once per result table, which names the same
+// few entities over and over (a conversation table has three a row), so
+// each entity is made text once.
 class CEntityText {
  public:
   explicit CEntityText(IEntityTable* entities) : m_entities(entities) {
@@ -24,19 +29,26 @@ class CEntityText {
 
   // The entity's spec as text; an identifier the table does not know, or a
   // spec without a text form, gives an empty variant.
-  CVariant Of(ULONG entity) const {
-    CVariant name;
+  const CVariant& Of(ULONG entity) {
+    uint32_t i = m_known.Find(entity, CKeyIndex::AnyRecord{});
+    if (i != CKeyIndex::kNone) return m_names[i];
     MediaSpec spec{};
     CBstr text;
+    CVariant name;
     if (m_entities && SUCCEEDED(m_entities->GetEntity(entity, &spec, nullptr)) &&
         SUCCEEDED(m_media->SpecToString(&spec, text.Out())))
       name = CVariant::Str(text.View());
-    return name;
+    m_known.Reserve();
+    m_names.push_back(std::move(name));
+    m_known.Insert(entity, static_cast<uint32_t>(m_names.size() - 1));
+    return m_names.back();
   }
 
  private:
   IEntityTable* m_entities;  // the statistic's, held by it
   ComPtr<IMediaUtils> m_media;
+  std::deque<CVariant> m_names;  // a deque, so that a name handed out stays put
+  CKeyIndex m_known;  // an entity's place in m_names
 };
 
 // The document element of a tracker's description: a VT_UNKNOWN or

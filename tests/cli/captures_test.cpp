@@ -53,8 +53,8 @@ Truth ReadWithLibpcap(const std::string& path) {
   return t;
 }
 
-// One capture through `zemostats analyze --json`; empty when all is well,
-// else what went wrong.
+// One capture through `zemostats analyze --json`, read on a second thread
+// and again on one; empty when all is well, else what went wrong.
 std::string CheckCapture(const std::string& path, bool leakCheck) {
   Truth truth = ReadWithLibpcap(path);
   // The leak check at exit is most of an instrumented run's time: every
@@ -77,6 +77,8 @@ std::string CheckCapture(const std::string& path, bool leakCheck) {
     return "totals " + std::to_string(packets) + " packets, " + std::to_string(bytes) + " bytes; libpcap reads " +
            std::to_string(truth.packets) + ", " + std::to_string(truth.bytes);
   if (truth.readError && doc["warnings"].empty()) return "a read error without a warning";
+  RunResult single = RunZemostats({"analyze", "--json", "--threads", "1", path}, "", noLeakCheck);
+  if (single.out != r.out) return "one thread and two give different documents";
   return "";
 }
 

@@ -120,6 +120,52 @@ TEST(EngineDataTable, CellsNeverSetReadEmptyIncludingLaterColumns) {
   EXPECT_EQ(E_INVALIDARG, row->GetValue(3, out.Out()));
 }
 
+// Rows of texts that fill several pieces of text store (one of them longer
+// than a piece), a null text, an object, and a column added when rows
+// already stand: every row reads back its own values, whether it widens in
+// place (the last row) or moves (one in the middle).
+TEST(EngineDataTable, RowsKeepTheirOwnValuesAsTheyShareTextAndWiden) {
+  Table t;
+  constexpr LONG kRows = 7000;
+  auto name = [](LONG i) {
+    if (i == 5) return std::u16string(70000, u'x');
+    return std::u16string(i % 3 == 0 ? u"alpha" : i % 3 == 1 ? u"beta" : u"") + u"#" + char16_t(u'0' + i % 7);
+  };
+  for (LONG i = 0; i < kRows; ++i) {
+    auto row = t.AddRow();
+    CVariant text = CVariant::Str(name(i)), packets = CVariant::UI8(uint64_t(i) * 1000);
+    ASSERT_EQ(S_OK, row->SetValue(Index(0), &text));
+    ASSERT_EQ(S_OK, row->SetValue(Index(1), &packets));
+  }
+  ASSERT_EQ(S_OK, t.columns->AddColumn(CBstr(u"Owner").Get(), VT_EMPTY, 0));
+  ComPtr<IDataRow> middle, last;
+  ASSERT_EQ(S_OK, t.rows->GetRow(7, middle.ReleaseAndGetAddressOf()));
+  ASSERT_EQ(S_OK, t.rows->GetRow(kRows - 1, last.ReleaseAndGetAddressOf()));
+  ComPtr<IDataTable> other = zemo::MakeObject<zemo::DataTable, IDataTable>();
+  CVariant object = CVariant::Unknown(other.Get()), nullText;
+  nullText.vt = VT_BSTR;
+  ASSERT_EQ(S_OK, middle->SetValue(Index(2), &object));
+  ASSERT_EQ(S_OK, last->SetValue(Index(2), &nullText));
+  for (LONG i = 0; i < kRows; ++i) {
+    ComPtr<IDataRow> row;
+    ASSERT_EQ(S_OK, t.rows->GetRow(i, row.ReleaseAndGetAddressOf()));
+    CVariant cells[3];
+    ASSERT_EQ(S_OK, row->GetValues(3, cells));
+    ASSERT_EQ(VT_BSTR, cells[0].vt);
+    EXPECT_EQ(name(i), std::u16string(cells[0].bstrVal)) << i;
+    EXPECT_EQ(uint64_t(i) * 1000, cells[1].ullVal);
+    if (i == 7) {
+      ASSERT_EQ(VT_UNKNOWN, cells[2].vt);
+      EXPECT_EQ(static_cast<IUnknown*>(other.Get()), cells[2].punkVal);
+    } else if (i == kRows - 1) {
+      ASSERT_EQ(VT_BSTR, cells[2].vt);
+      EXPECT_EQ(nullptr, cells[2].bstrVal);
+    } else {
+      EXPECT_EQ(VT_EMPTY, cells[2].vt);
+    }
+  }
+}
+
 TEST(EngineDataTable, RowsAndColumnsOutliveTheTableWithoutLeaks) {
   LONG live = zemo::ModuleCount::Get();
   {

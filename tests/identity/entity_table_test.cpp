@@ -107,8 +107,8 @@ TEST(EntityTableIdentity, ValuesThatShareAChainStayApart) {
   ULONG a = Add(table.Get(), le(5)), b = Add(table.Get(), le(5 + 3079)), c = Add(table.Get(), le(5 + 2 * 3079));
   EXPECT_EQ(3u, std::set<ULONG>({a, b, c}).size());
   auto* impl = static_cast<zemo::EntityTable*>(table.Get());
-  EXPECT_EQ(3u, impl->GetChainShape(6).longest);
-  EXPECT_EQ(1u, impl->GetChainShape(6).used);
+  EXPECT_EQ(3u, impl->SubTable(6).GetShape().longest);
+  EXPECT_EQ(1u, impl->SubTable(6).GetShape().used);
   for (auto [v, id] : {std::pair{5u, a}, {5u + 3079, b}, {5u + 2 * 3079, c}}) {
     MediaSpec s = le(v);
     ULONG found = 0;
@@ -118,7 +118,7 @@ TEST(EntityTableIdentity, ValuesThatShareAChainStayApart) {
   // Short values fold big-endian: 00 01 and 00 01 + 3079 collide too.
   MediaSpec p1 = Make(22, {0x00, 0x01}), p2 = Make(22, {0x0C, 0x08});  // 1 and 3080
   EXPECT_NE(Add(table.Get(), p1), Add(table.Get(), p2));
-  EXPECT_EQ(2u, impl->GetChainShape(8).longest);
+  EXPECT_EQ(2u, impl->SubTable(8).GetShape().longest);
 
   // Longer values hash by their last four bytes: values that share a chain
   // must still compare whole. MACs whose last four bytes read 3079 * 65536
@@ -464,6 +464,66 @@ TEST(EntityTableStream, FullSaveThenDeltasLoadedInOrderKeepEveryIdentifier) {
   // Loading a delta twice changes nothing.
   ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta1));
   EXPECT_EQ(Count(table.Get()), Count(copy.Get()));
+}
+
+// The index beside the chains: a table that finds through it gives every
+// value the identifier that a walk of the chains alone would (the first
+// sighting's), and keeps the chains that walk would have built, when built
+// by lookups, by a full load with deltas, and again after a reset.
+TEST(EntityTableStream, TheIndexAgreesWithAChainWalkThroughLoadsAndResets) {
+  FixedClock clock(1000);
+  // Values that crowd a few chains: IPv4 3079 apart, MACs and IPv6 that
+  // share their last four bytes.
+  auto valueOf = [](uint32_t k) {
+    switch (k % 3) {
+      case 0: return Ip(7 + (k / 3 % 40) * 3079);
+      case 1: return Mac((k / 3 % 50) << 16);
+      default: return Make(zemo::specs::kTypeIpv6, {uint8_t(k / 3 % 30), 0, 0, 0, 0, 0, 0, 0, uint8_t(k / 90 % 2)});
+    }
+  };
+  auto check = [&](IEntityTable* table, const std::vector<uint32_t>& fed) {
+    std::map<std::pair<uint8_t, std::string>, uint32_t> firstSeen;  // what a chain walk hands out
+    std::map<uint8_t, uint32_t> next;
+    for (uint32_t k : fed) {
+      MediaSpec s = valueOf(k);
+      auto key = std::make_pair(s.fType, zemo::HexText(s.fData, zemo::MediaSpecLength(s.fType)));
+      if (firstSeen.emplace(key, next[s.fType]).second) ++next[s.fType];
+      ULONG id = 0;
+      ASSERT_EQ(S_OK, table->FindOrAdd(&s, 0, &id));
+      ASSERT_EQ((zemo::EntitySubTableOf(s.fType) << 24) | firstSeen[key], id) << k;
+    }
+    auto* impl = static_cast<zemo::EntityTable*>(table);
+    for (uint8_t type : {21, 10, 24}) {
+      const zemo::CChainTable& t = impl->SubTable(zemo::EntitySubTableOf(type));
+      ExpectChainsInAddOrder(t, [&](uint32_t i) {
+        return zemo::EntityTable::Hash(t.Record(i) + 12, zemo::MediaSpecLength(type));
+      });
+    }
+  };
+
+  auto table = NewEntityTable();
+  std::vector<uint32_t> fed;
+  for (uint32_t k = 0; k < 6000; ++k) fed.push_back(k * 7 % 1500);
+  for (uint32_t k : fed) Add(table.Get(), valueOf(k));
+  check(table.Get(), fed);
+  auto full = SavedBytes(table.Get());
+
+  clock.Set(2000);
+  std::vector<uint32_t> later;
+  for (uint32_t k = 1500; k < 2400; ++k) later.push_back(k);
+  for (uint32_t k : later) Add(table.Get(), valueOf(k));
+  auto delta = SavedBytes(table.Get(), 2000);
+
+  auto copy = NewEntityTable();
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta));
+  fed.insert(fed.end(), later.begin(), later.end());
+  check(copy.Get(), fed);
+
+  ASSERT_EQ(S_OK, table->Reset());
+  std::vector<uint32_t> again(fed.rbegin(), fed.rend());
+  for (uint32_t k : again) Add(table.Get(), valueOf(k));
+  check(table.Get(), again);
 }
 
 // ---- hostile streams ---------------------------------------------------------

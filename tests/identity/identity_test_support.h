@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include "engine/spec_values.h"
@@ -106,5 +107,18 @@ class FixedClock {
   ~FixedClock() { zemo::SetNowForTesting(0); }
   void Set(ZemoTime t) { zemo::SetNowForTesting(t); }
 };
+
+// The chains of a table that finds by walking them alone: every record in
+// the chain of its bucket, behind every record added to that chain after it.
+inline void ExpectChainsInAddOrder(const zemo::CChainTable& t, const std::function<uint32_t(uint32_t)>& bucketOf) {
+  std::vector<std::vector<uint32_t>> want(zemo::CChainTable::kHeadCount);
+  for (uint32_t i = t.GetCount(); i-- > 0;) want[bucketOf(i)].push_back(i);
+  for (uint32_t b = 0; b < zemo::CChainTable::kHeadCount; ++b) {
+    std::vector<uint32_t> got;
+    for (uint32_t i = t.Head(b); i != zemo::CChainTable::kEnd && got.size() <= t.GetCount(); i = t.Next(i))
+      got.push_back(i);
+    ASSERT_EQ(want[b], got) << "bucket " << b;
+  }
+}
 
 }  // namespace identity_test

@@ -1,6 +1,9 @@
 #include "identity/tuple_table.h"
 
+#include <array>
 #include <chrono>
+#include <cstring>
+#include <map>
 #include <set>
 #include <string>
 
@@ -302,6 +305,68 @@ TEST_F(TupleTableTest, DeltaBehindEveryTupleHasNineEmptyCountsAndDeltasReplayInO
       ASSERT_EQ(S_OK, m_tuples->GetNextId(id, &id, &more));
     }
   }
+}
+
+// A table that finds through its index gives each triple the identifier a
+// walk of the chains alone would (the first sighting's) and keeps the chains
+// that walk would have built: by lookups, by a load with a delta, and after
+// a reset.
+TEST_F(TupleTableTest, TheIndexAgreesWithAChainWalkThroughLoadsAndResets) {
+  FixedClock clock(1000);
+  std::vector<ULONG> hosts;
+  for (uint32_t i = 0; i < 60; ++i) hosts.push_back(Add(m_entities.Get(), Ip(0xC0A80000 + i)));
+  const ULONG protocols[] = {m_tcp, m_udp, m_dns};
+  auto tripleOf = [&](uint32_t k) {
+    return std::array<ULONG, 3>{hosts[k % 60], hosts[k / 60 % 60], protocols[k / 3600 % 3]};
+  };
+  auto check = [&](ITupleTable* table, const std::vector<uint32_t>& fed) {
+    std::map<std::array<ULONG, 3>, uint32_t> firstSeen;
+    for (uint32_t k : fed) {
+      auto t = tripleOf(k);
+      firstSeen.emplace(t, static_cast<uint32_t>(firstSeen.size()));
+      TupleRecord r{};
+      r.fSource = t[0];
+      r.fDestination = t[1];
+      r.fProtocol = t[2];
+      ULONG id = 0;
+      ASSERT_EQ(S_OK, table->FindOrAdd(&r, 0, &id));
+      ASSERT_EQ(0x20000000u | firstSeen[t], id) << k;
+    }
+    const zemo::CChainTable& sub = static_cast<zemo::TupleTable*>(table)->SubTable(2);
+    ExpectChainsInAddOrder(sub, [&](uint32_t i) {
+      TupleRecord r;
+      std::memcpy(&r, sub.Record(i), sizeof r);
+      return zemo::TupleTable::Bucket(r.fSource, r.fDestination, r.fProtocol);
+    });
+  };
+  auto feed = [&](ITupleTable* table, const std::vector<uint32_t>& keys) {
+    for (uint32_t k : keys) {
+      auto t = tripleOf(k);
+      AddTuple(table, t[0], t[1], t[2]);
+    }
+  };
+
+  std::vector<uint32_t> fed;
+  for (uint32_t k = 0; k < 20000; ++k) fed.push_back(k * 13 % 7000);
+  feed(m_tuples.Get(), fed);
+  check(m_tuples.Get(), fed);
+  auto full = SavedBytes(m_tuples.Get());
+  clock.Set(2000);
+  std::vector<uint32_t> later;
+  for (uint32_t k = 7000; k < 10800; ++k) later.push_back(k);
+  feed(m_tuples.Get(), later);
+  auto delta = SavedBytes(m_tuples.Get(), 2000);
+
+  auto copy = NewTupleTable(m_entities.Get());
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta));
+  fed.insert(fed.end(), later.begin(), later.end());
+  check(copy.Get(), fed);
+
+  ASSERT_EQ(S_OK, m_tuples->Reset());
+  std::vector<uint32_t> again(fed.rbegin(), fed.rend());
+  feed(m_tuples.Get(), again);
+  check(m_tuples.Get(), again);
 }
 
 TEST_F(TupleTableTest, HostileCountsEndAtTheEndOfTheBytes) {

@@ -88,7 +88,7 @@ TEST_F(DashboardStatsTest, RungsDropOutInTurnAndALongCaptureReadsEachPacketLessO
     return packet->calls;
   };
   const int shortCapture = readsPerPacket(kBase);
-  EXPECT_EQ(22, shortCapture);  // two reads by each of 11 rungs
+  EXPECT_EQ(23, shortCapture);  // the time, then two reads by each of 11 rungs
   // Ticks carry the ladder on; each rung drops once its span has passed.
   const ZemoTime spans[] = {120, 600, 1800, 3600, 7200, 21600, 43200, 86400, 604800, 2678400};
   for (size_t i = 0; i < std::size(spans); ++i) {
@@ -99,8 +99,23 @@ TEST_F(DashboardStatsTest, RungsDropOutInTurnAndALongCaptureReadsEachPacketLessO
   }
   EXPECT_EQ(86400, IntervalOf(Finest(dashboard.Get()).Get()));
   const int longCapture = readsPerPacket(kBase + 2678400 * kSec + 2);
-  EXPECT_EQ(2, longCapture);
+  EXPECT_EQ(3, longCapture);
   EXPECT_LT(longCapture, shortCapture);
+}
+
+// A packet years after the first fills only what is kept: the rungs it
+// would fill drop out without it, and the last rung takes a sample a day.
+TEST_F(DashboardStatsTest, APacketYearsLaterFillsOnlyTheRungThatStays) {
+  auto dashboard = DashboardStats::Create();
+  PacketBuilder p;
+  p.Length(100).Time(kBase);
+  ASSERT_EQ(S_OK, dashboard->ProcessPacket(p.Get()));
+  p.Time(kBase + 3 * 365 * 86400 * kSec + kSec / 2);
+  ASSERT_EQ(S_OK, dashboard->ProcessPacket(p.Get()));
+  EXPECT_EQ(1u, dashboard->RungCount());
+  auto history = Finest(dashboard.Get());
+  EXPECT_EQ(86400, IntervalOf(history.Get()));
+  EXPECT_EQ(3 * 365, CountOf(history.Get()));
 }
 
 TEST_F(DashboardStatsTest, ResetRebuildsTheLadder) {

@@ -1,5 +1,7 @@
 #include "network/history_stats.h"
 
+#include <algorithm>
+
 #include "frame/clsids.h"
 #include "tests/network/counter_stats_support.h"
 
@@ -110,6 +112,21 @@ TEST_F(HistoryStatsTest, GapsOfManyIntervalsGiveOneSampleForEachAndGrowInSteps) 
   EXPECT_EQ(1001u, Samples(history.Get()).size());
   ASSERT_EQ(S_OK, history->ProcessTime(kBase + 7 * kSec + 1001 * 5 * kSec + 1));
   EXPECT_EQ(1002u, Samples(history.Get()).size());
+
+  // Long runs of empty spans come out whole after more samples, in the
+  // series, in the stream and in a copy loaded from it.
+  ASSERT_EQ(S_OK, Packet(history.Get(), kBase + 7 * kSec + 1001 * 5 * kSec + 2, 50));
+  ASSERT_EQ(S_OK, history->ProcessTime(kBase + 7 * kSec + 3001 * 5 * kSec + 1));
+  samples = Samples(history.Get());
+  ASSERT_EQ(3002u, samples.size());
+  EXPECT_EQ(100.0, samples[0]);
+  EXPECT_EQ(10.0, samples[1002]);
+  EXPECT_EQ(3000u, size_t(std::count(samples.begin(), samples.end(), 0.0)));
+  std::vector<uint8_t> saved = Saved(history.Get());
+  EXPECT_EQ(20u + 8 * 3002, saved.size());
+  auto copy = HistoryStats::Create();
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), saved));
+  EXPECT_EQ(samples, Samples(copy.Get()));
 }
 
 TEST_F(HistoryStatsTest, AGapPastTheLargestSeriesIsRefusedAndKeepsTheSamples) {

@@ -145,6 +145,24 @@ TEST_F(Conversations, AnAddressTheEntityTableCannotStoreEndsThePacket) {
   EXPECT_EQ(1u, Between(Ip(10, 0, 0, 1), Ip(10, 0, 0, 2)).Packets);
 }
 
+TEST_F(Conversations, ARecordBlockThatCannotBeHadFailsThePacket) {
+  // The tuple of X to Y exists before the table fills its first block of 256.
+  const MediaSpec x = Mac(1, 0x0A), y = Mac(2, 0x0A), tcp = specs::Protocol(proto::kTcp);
+  TupleRecord t{};
+  ASSERT_EQ(S_OK, entities->FindOrAdd(&x, 1, &t.fSource));
+  ASSERT_EQ(S_OK, entities->FindOrAdd(&y, 1, &t.fDestination));
+  ASSERT_EQ(S_OK, entities->FindOrAdd(&tcp, 1, &t.fProtocol));
+  ULONG id = 0;
+  ASSERT_EQ(S_OK, tuples->FindOrAdd(&t, 1, &id));
+  for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(uint8_t(i)), Mac(0, 0x0B), kNone, kNone).Get()));
+  struct Unlimited {
+    ~Unlimited() { zemo::CBlockStore::LimitBlocksForTesting(zemo::CBlockStore::kNoBlockLimit); }
+  } unlimited;
+  zemo::CBlockStore::LimitBlocksForTesting(0);
+  EXPECT_EQ(E_FAIL, stats->ProcessPacket(Wired(x, y, kNone, kNone).Get()));
+  EXPECT_EQ(256u, Count());
+}
+
 TEST_F(Conversations, ErrorsAndMissingProtocols) {
   PacketBuilder wiredError = Wired(Mac(1), Mac(2), kNone, kNone);
   wiredError.Error();
