@@ -240,9 +240,9 @@ HRESULT StatsContext::SetStatsUpdater(IUnknown* updater) {
   });
 }
 
-// The updater reads this context's statistics on its own terms, so the
-// context's lock is held only while taking a reference to it, never across
-// Update.
+// No lock of its own across Update: the updater reads the context through
+// its interfaces. A save calls this within its lock, so that the summary it
+// writes is the one just updated.
 HRESULT StatsContext::UpdateStats() {
   ComPtr<IUnknown> updater;
   HRESULT hr = Locked([&] { updater = m_updater; });

@@ -4,7 +4,6 @@
 #include "context/stats_context.h"
 
 #include "frame/clsids.h"
-#include "frame/module.h"
 #include "frame/selection.h"
 #include "frame/stream_persist.h"
 #include "frame/text_export.h"
@@ -76,8 +75,10 @@ void StatsContext::StoreHeader(const SavedHeader& header) noexcept {
 ComPtr<IZemoStats> StatsContext::FindOrCreateStats(REFCLSID clsid, REFCLSID key) {
   LONG index = FindSlot(key);
   if (index >= 0) return ComPtr<IZemoStats>(m_slots[index].stats);
+  // By the class store, so that a class nobody registered ends the load with
+  // the store's own answer.
   ComPtr<IZemoStats> stats;
-  CheckHr(CreateModuleInstance(clsid, IID_IZemoStats, stats.OutVoid()));
+  CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IZemoStats, stats.OutVoid()));
   CheckHr(AddStats(key, stats.Get()));
   return stats;
 }
@@ -91,13 +92,13 @@ HRESULT StatsContext::GetClassID(CLSID* out) {
   });
 }
 
-HRESULT StatsContext::GetSizeMax(ULARGE_INTEGER* size) { return size ? E_NOTIMPL : E_POINTER; }
+HRESULT StatsContext::GetSizeMax(ULARGE_INTEGER*) { return E_NOTIMPL; }
 
 HRESULT StatsContext::SaveDeltas(IStream* stream, ZemoTime* since) {
   if (!stream || !since) return E_POINTER;
-  // Summary figures fresh in what is written; its status doesn't matter.
-  UpdateStats();
   return Locked([&] {
+    // Summary figures fresh in what is written; its status doesn't matter.
+    UpdateStats();
     const ZemoTime from = *since;
     WriteValue(stream, m_mediaType);
     WriteValue(stream, m_mediaSubType);
@@ -170,12 +171,14 @@ HRESULT StatsContext::Load(IStream* stream) {
 
 HRESULT StatsContext::SaveDeltas(IUnknown* document, IUnknown* node, ZemoTime* since) {
   if (!document || !node || !since) return E_POINTER;
-  UpdateStats();
   return Locked([&] {
+    UpdateStats();
     const ZemoTime from = *since;
     auto doc = XmlDocumentOf(document);
     auto parent = XmlNodeOf(node);
-    auto context = CreateChildElement(doc.Get(), parent.Get(), u"statscontext");
+    // Built apart and joined to the caller's node last, so that a failure
+    // leaves nothing of it there.
+    auto context = CreateXmlElement(doc.Get(), u"statscontext");
     PropertyList props;
     SetProperty(props, u"MediaType", static_cast<int32_t>(m_mediaType));
     SetProperty(props, u"MediaSubType", static_cast<int32_t>(m_mediaSubType));
@@ -190,7 +193,7 @@ HRESULT StatsContext::SaveDeltas(IUnknown* document, IUnknown* node, ZemoTime* s
       ZemoTime tableSince = from;
       CheckHr(Required<IPersistXmlDeltas>(table)->SaveDeltas(document, context.Get(), &tableSince));
     }
-    auto stats = CreateChildElement(doc.Get(), context.Get(), u"stats");
+    auto stats = CreateXmlElement(doc.Get(), u"stats");
     for (const StatSlot& slot : m_slots) {
       if (!slot.stats) AtlThrow(E_FAIL);
       CLSID clsid = GUID_NULL;
@@ -206,6 +209,8 @@ HRESULT StatsContext::SaveDeltas(IUnknown* document, IUnknown* node, ZemoTime* s
     }
     // In this form the tables compare the cookie with their wall clock times.
     *since = Now();
+    AppendXmlChild(context.Get(), stats.Get());
+    AppendXmlChild(parent.Get(), context.Get());
   });
 }
 

@@ -98,6 +98,23 @@ struct INameTableStamp : IUnknown {
   virtual ULONG GetStamp() = 0;
 };
 
+// One property asked of a context's site: its name and the VARTYPE wanted.
+struct ZemoSiteProperty {
+  LPCOLESTR Name;
+  VARTYPE Type;
+};
+static_assert(sizeof(ZemoSiteProperty) == 2 * sizeof(void*));
+
+// What the host knows of a capture beyond its packets (its duration, the
+// packets it dropped, ...). The site itself answers it, through GetSite of
+// the context's IObjectWithSite; it is no service.
+struct ISiteProperties : IUnknown {
+  static constexpr IID iid = MakeGuid("22DD49AF-9CB8-42E9-9D82-AEA9832F0758");
+  // values[i] gets properties[i] in its type. The caller empties the values
+  // first; a property the site doesn't have leaves its value empty.
+  virtual HRESULT ReadProperties(ULONG count, const ZemoSiteProperty* properties, VARIANT* values) = 0;
+};
+
 // A path of selection steps, each a name with an optional property bag.
 struct ISelectParams : IUnknown {
   static constexpr IID iid = MakeGuid("9674F47D-A123-4EDA-A842-204D1EEE211B");

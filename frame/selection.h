@@ -21,6 +21,8 @@
 #include <string_view>
 
 #include "frame/persist_interfaces.h"
+#include "platform/object.h"
+#include "platform/strings.h"
 #include "platform/variant.h"
 
 namespace zemo {
@@ -48,6 +50,38 @@ HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out);
 // `nullParamsEnd` lets them count as the end of the path.
 HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out, HRESULT furtherStep = E_NOTIMPL,
                    bool nullParamsEnd = false);
+
+// ISelectableObject of an object without children, listed in the object
+// skeleton in its place: the name D::kSelectName, the flag D::kSelectFlag, no
+// steps to offer, and a path that ends here or gives E_NOTIMPL. D implements
+// GetTable and lets this base reach its lock (as a friend of D or of a base
+// of D between it and the skeleton).
+template <class D>
+struct LeafSelection : ISelectableObject {
+  using interface_type = ISelectableObject;
+  HRESULT GetSelectName(BSTR* name) final {
+    return Boundary([&] {
+      CheckOut(name);
+      *name = AllocBstr(D::kSelectName);
+    });
+  }
+  HRESULT GetSelectFlag(ULONG* flag) final {
+    return Boundary([&] {
+      CheckOut(flag);
+      *flag = D::kSelectFlag;
+    });
+  }
+  HRESULT GetSelectParams(ISelectParams** params) final {
+    return Boundary([&]() -> HRESULT {
+      CheckOut(params);
+      return E_NOTIMPL;
+    });
+  }
+  HRESULT Select(ISelectParams* params, IUnknown** out) final {
+    D* self = static_cast<D*>(this);
+    return self->Locked([&] { return SelectLeaf(params, self->GetUnknown(), out); });
+  }
+};
 
 struct TableColumn {
   const char16_t* name;

@@ -54,17 +54,20 @@ HRESULT ChannelStats::GetContext(IZemoStatsContext** context) {
 // The channels are the adapter's. An adapter that can't say gives a
 // statistic without channels, which is no error; one that numbers its
 // channels other than 1, 2, 3, ... is, and keeps the records numbered so far.
+// The adapter is read before this object's lock is taken: the context's
+// lock comes first.
 HRESULT ChannelStats::SetContext(IZemoStatsContext* context) {
+  if (!context) return E_POINTER;
+  ComPtr<IAdapterInfo> adapter;
+  ULONG count = 0;
+  TaskArray numbers;
+  const bool known = SUCCEEDED(context->GetAdapterInfo(adapter.ReleaseAndGetAddressOf())) && adapter &&
+                     SUCCEEDED(adapter->GetChannelNumbers(&count, &numbers.p));
   return Locked([&] {
-    if (!context) AtlThrow(E_POINTER);
     if (context == m_context) return;
     m_context = context;
     m_channels.clear();
-    ComPtr<IAdapterInfo> adapter;
-    if (FAILED(context->GetAdapterInfo(adapter.ReleaseAndGetAddressOf())) || !adapter) return;
-    ULONG count = 0;
-    TaskArray numbers;
-    if (FAILED(adapter->GetChannelNumbers(&count, &numbers.p))) return;
+    if (!known) return;
     if (count > 0 && !numbers.p) AtlThrow(E_FAIL);
     m_channels.assign(count, Channel{});
     for (ULONG i = 0; i < count; ++i) {

@@ -125,11 +125,14 @@ HRESULT ErrorStats::SetContext(IZemoStatsContext* context) {
   return Locked([&] { m_context = context; });
 }
 
+// The medium is read before this object's lock is taken: the context's lock
+// comes first (a reset through the context holds it already).
 HRESULT ErrorStats::Reset() {
+  IZemoStatsContext* context = nullptr;
+  Locked([&] { context = m_context; });
+  ULONG type = 0, subType = 0;
+  if (!context || FAILED(context->GetMediaType(&type)) || FAILED(context->GetMediaSubType(&subType))) return E_FAIL;
   return Locked([&] {
-    ULONG type = 0, subType = 0;
-    if (!m_context || FAILED(m_context->GetMediaType(&type)) || FAILED(m_context->GetMediaSubType(&subType)))
-      AtlThrow(E_FAIL);
     m_mediaType = type;
     m_mediaSubType = subType;
     if (ULONG count = CounterCountFor(type, subType)) m_count = count;

@@ -73,10 +73,13 @@ HRESULT NetworkStats::GetContext(IZemoStatsContext** context) {
   });
 }
 
+// The private object reads the context's adapter, and the context's lock
+// comes before ours: it is told outside our lock (it is ours from
+// construction on, so reaching it needs none).
 HRESULT NetworkStats::SetContext(IZemoStatsContext* context) {
+  HRESULT hr = Unlocked([&] { return Private<IZemoStats>()->SetContext(context); });
   return Locked([&] {
     m_context = context;
-    HRESULT hr = Private<IZemoStats>()->SetContext(context);
     NoteChannels();
     return hr;
   });
@@ -215,39 +218,6 @@ HRESULT NetworkStats::SaveCompleted(LPCOLESTR) { return S_OK; }
 HRESULT NetworkStats::GetCurFile(LPOLESTR*) { return E_NOTIMPL; }
 
 // --- ISelectableObject ---
-
-HRESULT NetworkStats::GetSelectName(BSTR* name) {
-  return Unlocked([&] {
-    CheckOut(name);
-    *name = AllocBstr(u"networkstats");
-  });
-}
-
-HRESULT NetworkStats::GetSelectFlag(ULONG* flag) {
-  return Unlocked([&] {
-    CheckOut(flag);
-    *flag = 1;
-  });
-}
-
-HRESULT NetworkStats::GetSelectParams(ISelectParams** params) {
-  return Unlocked([&]() -> HRESULT {
-    CheckOut(params);
-    return E_NOTIMPL;
-  });
-}
-
-// A leaf: the path ends here or nowhere.
-HRESULT NetworkStats::Select(ISelectParams* params, IUnknown** out) {
-  return Locked([&]() -> HRESULT {
-    CheckOut(out);
-    if (!params) AtlThrow(E_POINTER);
-    CBstr step;
-    ComPtr<IPropertyBag> bag;
-    if (CheckHr(params->NextItem(step.Out(), bag.ReleaseAndGetAddressOf())) != S_FALSE) return E_NOTIMPL;
-    return GetUnknown()->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
-  });
-}
 
 HRESULT NetworkStats::GetTable(IDataTable** table) {
   return Locked([&] {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "frame/persist_interfaces.h"
+#include "frame/selection.h"
 #include "frame/stats_interfaces.h"
 #include "network/network_counters.h"
 #include "platform/object.h"
@@ -28,7 +29,8 @@ struct NetworkStatsResetAs : I {
 
 class NetworkStats final
     : public Object<NetworkStats, INetworkStats, IChannelStats, NetworkStatsResetAs<IZemoStats>, IProcessPacket,
-                    IProcessTime, NetworkStatsResetAs<IResetProcessing>, IPersistStream, IPersistXml, IPersistFile, ISelectableObject> {
+                    IProcessTime, NetworkStatsResetAs<IResetProcessing>, IPersistStream, IPersistXml, IPersistFile,
+                    LeafSelection<NetworkStats>> {
  public:
   HRESULT FinalConstruct();
 
@@ -63,13 +65,12 @@ class NetworkStats final
   HRESULT GetCurFile(LPOLESTR* fileName) override;
 
   // ISelectableObject
-  HRESULT GetSelectName(BSTR* name) override;
-  HRESULT GetSelectFlag(ULONG* flag) override;
-  HRESULT GetSelectParams(ISelectParams** params) override;
-  HRESULT Select(ISelectParams* params, IUnknown** out) override;
+  static constexpr const char16_t* kSelectName = u"networkstats";
+  static constexpr ULONG kSelectFlag = 1;
   HRESULT GetTable(IDataTable** table) override;
 
  private:
+  friend struct LeafSelection<NetworkStats>;
   template <class I>
   friend struct NetworkStatsResetAs;
   // Clears counters and samples, then resets the private object through I.

@@ -85,15 +85,18 @@ HRESULT SizeStats::SetContext(IZemoStatsContext* context) {
   return Locked([&] { m_context = context; });
 }
 
+// The medium is read before this object's lock is taken: the context's lock
+// comes first (a reset through the context holds it already). All three
+// reads come first, so that a failure changes nothing.
 HRESULT SizeStats::Reset() {
+  IZemoStatsContext* context = nullptr;
+  Locked([&] { context = m_context; });
+  ULONG type = 0, subType = 0;
+  ULONGLONG speed = 0;
+  if (!context || FAILED(context->GetMediaType(&type)) || FAILED(context->GetMediaSubType(&subType)) ||
+      FAILED(context->GetLinkSpeed(&speed)))
+    return E_FAIL;
   return Locked([&] {
-    if (!m_context) AtlThrow(E_FAIL);
-    ULONG type = 0, subType = 0;
-    ULONGLONG speed = 0;
-    // All three reads first: a failure changes nothing.
-    if (FAILED(m_context->GetMediaType(&type)) || FAILED(m_context->GetMediaSubType(&subType)) ||
-        FAILED(m_context->GetLinkSpeed(&speed)))
-      AtlThrow(E_FAIL);
     m_mediaType = type;
     m_mediaSubType = subType;
     m_sizeSet = ChooseSizeSet(type, subType, speed);
@@ -125,14 +128,14 @@ HRESULT SizeStats::GetClassID(CLSID* out) {
   return S_OK;
 }
 
-// The stream names no set, so a count is taken only for the buckets of the
-// set that the last Reset chose: values for buckets this set lacks would be
-// counts in ranges that do not exist here. A longer row is refused whole.
+// The stream names no set: its values go into the buckets from the first,
+// whatever the present set, so a loaded statistic must have been reset in
+// the medium it was saved in. A row longer than the array is refused whole.
 HRESULT SizeStats::Load(IStream* stream) {
   return Locked([&] {
     if (!stream) AtlThrow(E_POINTER);
     ULONG n = ReadValue<ULONG>(stream);
-    if (n > m_bucketCount) AtlThrow(E_FAIL);
+    if (n > kMaxSizeBuckets) AtlThrow(E_FAIL);
     std::array<uint64_t, kMaxSizeBuckets> values{};
     ReadRecords(stream, std::span<uint64_t>(values.data(), n));
     std::copy_n(values.begin(), n, m_buckets.begin());

@@ -1,11 +1,10 @@
 // What the counter statistics (errors, sizes) share: a row of u64 counters
 // copied out by capacity, written as `stat` elements with an index and a
-// value, exported as one decimal line each, selected as a leaf, and shown
-// as a table of `Stat` and `Value`. Also the sample span that the rate and
+// value, exported as one decimal line each, and shown as a table of `Stat`
+// and `Value`. Also the sample span that the rate and
 // history statistics step through time with.
 #pragma once
 
-#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,7 +12,6 @@
 #include "frame/persist_interfaces.h"
 #include "frame/selection.h"
 #include "frame/stats_interfaces.h"
-#include "platform/object_lock.h"
 #include "platform/strings.h"
 #include "platform/types.h"
 
@@ -39,30 +37,6 @@ void LoadStatElements(IUnknown* document, IUnknown* node, std::u16string_view na
 // The ".txt" export: one "%llu\n" line per counter through the system's file
 // functions. Any other extension is E_INVALIDARG.
 HRESULT SaveCounterLines(LPCOLESTR fileName, std::span<const uint64_t> counters);
-
-// ISelectableObject of a statistic without children, named D::kSelectName
-// with the flag D::kSelectFlag; D implements GetTable and names this base a
-// friend, so that Select holds the object's lock.
-template <class D>
-struct LeafSelection : ISelectableObject {
-  using interface_type = ISelectableObject;
-  HRESULT GetSelectName(BSTR* name) final {
-    if (!name) return E_POINTER;
-    *name = AllocBstr(D::kSelectName);
-    return S_OK;
-  }
-  HRESULT GetSelectFlag(ULONG* flag) final {
-    if (!flag) return E_POINTER;
-    *flag = D::kSelectFlag;
-    return S_OK;
-  }
-  HRESULT GetSelectParams(ISelectParams**) final { return E_NOTIMPL; }
-  HRESULT Select(ISelectParams* params, IUnknown** out) final {
-    D* self = static_cast<D*>(this);
-    std::lock_guard<CObjectLock> hold(self->ObjectLock());
-    return SelectLeaf(params, self->GetUnknown(), out);
-  }
-};
 
 // GetTable's `Stat` (string) and `Value` (u64) table, one row per label.
 void MakeStatTable(IDataTable** out, std::span<const std::u16string> labels, std::span<const uint64_t> values);

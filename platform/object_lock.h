@@ -24,6 +24,24 @@
 #include <atomic>
 #include <cstdint>
 
+// Under ThreadSanitizer the lock tells it what it is, a recursive mutex, so
+// that races and the order of locks are checked through it as through any
+// other lock; otherwise this is nothing.
+#if defined(__SANITIZE_THREAD__)
+#define ZEMO_TSAN_LOCKS 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ZEMO_TSAN_LOCKS 1
+#endif
+#endif
+#ifdef ZEMO_TSAN_LOCKS
+#include <sanitizer/tsan_interface.h>
+#define ZEMO_TSAN_MUTEX(op, ...) __tsan_mutex_##op(this, __VA_ARGS__)
+#define ZEMO_TSAN_RECURSIVE __tsan_mutex_write_reentrant
+#else
+#define ZEMO_TSAN_MUTEX(op, ...) ((void)0)
+#endif
+
 namespace zemo {
 
 class CObjectLock {
@@ -33,9 +51,11 @@ class CObjectLock {
   CObjectLock& operator=(const CObjectLock&) = delete;
 
   void lock() noexcept {
+    ZEMO_TSAN_MUTEX(pre_lock, ZEMO_TSAN_RECURSIVE);
     const uintptr_t me = ThreadTag();
     if (m_owner.load(std::memory_order_relaxed) == me) {
       ++m_depth;
+      ZEMO_TSAN_MUTEX(post_lock, ZEMO_TSAN_RECURSIVE, 0);
       return;
     }
     if (__libc_single_threaded) {
@@ -47,27 +67,36 @@ class CObjectLock {
     }
     m_owner.store(me, std::memory_order_relaxed);
     m_depth = 1;
+    ZEMO_TSAN_MUTEX(post_lock, ZEMO_TSAN_RECURSIVE, 0);
   }
 
   bool try_lock() noexcept {
+    ZEMO_TSAN_MUTEX(pre_lock, ZEMO_TSAN_RECURSIVE | __tsan_mutex_try_lock);
     const uintptr_t me = ThreadTag();
     if (m_owner.load(std::memory_order_relaxed) == me) {
       ++m_depth;
+      ZEMO_TSAN_MUTEX(post_lock, ZEMO_TSAN_RECURSIVE | __tsan_mutex_try_lock, 0);
       return true;
     }
     uint32_t expected = 0;
-    if (!m_state.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed))
+    if (!m_state.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+      ZEMO_TSAN_MUTEX(post_lock, ZEMO_TSAN_RECURSIVE | __tsan_mutex_try_lock | __tsan_mutex_try_lock_failed, 0);
       return false;
+    }
     m_owner.store(me, std::memory_order_relaxed);
     m_depth = 1;
+    ZEMO_TSAN_MUTEX(post_lock, ZEMO_TSAN_RECURSIVE | __tsan_mutex_try_lock, 0);
     return true;
   }
 
   void unlock() noexcept {
-    if (--m_depth != 0) return;
-    m_owner.store(0, std::memory_order_relaxed);
-    m_state.store(0, std::memory_order_release);
-    if (m_sleepers.load(std::memory_order_relaxed) != 0) WakeOne();
+    ZEMO_TSAN_MUTEX(pre_unlock, 0);
+    if (--m_depth == 0) {
+      m_owner.store(0, std::memory_order_relaxed);
+      m_state.store(0, std::memory_order_release);
+      if (m_sleepers.load(std::memory_order_relaxed) != 0) WakeOne();
+    }
+    ZEMO_TSAN_MUTEX(post_unlock, 0);
   }
 
   // Whether the calling thread holds the lock, for assertions.

@@ -541,9 +541,12 @@ HRESULT XmlNodeBase<D, I>::get_ownerDocument(IXMLDOMDocument** document) {
 
 template <class D, class I>
 HRESULT XmlNodeBase<D, I>::get_text(BSTR* text) {
-  return Dom([&] {
+  return Dom([&]() -> HRESULT {
     CheckOut(text);
     *text = AllocBstr(FromUtf8(TextOf(*NodeTree(), Node())));
+    // An element without text answers S_FALSE: a reader that needs text
+    // takes it as missing.
+    return SysStringLen(*text) == 0 && Node().type() == pugi::node_element ? S_FALSE : S_OK;
   });
 }
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds with AddressSanitizer and UndefinedBehaviorSanitizer, and
-# runs every test, then every fuzz target over its seeds and for a bounded time.
+# runs every test, then the threaded tests under ThreadSanitizer, then every
+# fuzz target over its seeds and for a bounded time.
 # Any failure or sanitizer report fails the run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -14,6 +15,13 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 cmake -S . -B build/test -DCMAKE_BUILD_TYPE=Debug -DZEMO_SANITIZE=ON -DZEMO_BUILD_TESTS=ON >/dev/null
 cmake --build build/test -j"$jobs"
 ctest --test-dir build/test --output-on-failure -j"$jobs"
+
+# Every test again in a ThreadSanitizer build of the test program, above all
+# the one whose threads share a context: any race, and any inversion of the
+# lock order, fails the run.
+cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=Debug -DZEMO_SANITIZE_THREAD=ON -DZEMO_BUILD_TESTS=ON >/dev/null
+cmake --build build/tsan -j"$jobs" --target zemostats_tests
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 build/tsan/tests/zemostats_tests
 
 # The release build with the benchmarks, so that they keep compiling (their
 # figures come from runs on a quiet machine, in BENCHMARKS.md); then the

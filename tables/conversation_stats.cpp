@@ -46,16 +46,18 @@ HRESULT ConversationStats::GetConversationEntry(ULONG recordIndex, ZemoConversat
 
 // ---- IZemoStats --------------------------------------------------------------
 
+// The tables are asked for before this object's lock is taken: the
+// context's lock comes first.
 HRESULT ConversationStats::SetContext(IZemoStatsContext* context) {
+  ComPtr<ITupleTable> tuples;
+  ComPtr<IEntityTable> entities;
+  HRESULT hr = context ? context->GetTupleTable(tuples.ReleaseAndGetAddressOf()) : S_OK;
+  if (SUCCEEDED(hr) && context) hr = context->GetEntityTable(entities.ReleaseAndGetAddressOf());
   return Locked([&] {
     m_context = context;
-    if (!context) {
-      m_tuples = nullptr;
-      m_entities = nullptr;
-      return;
-    }
-    CheckHr(context->GetTupleTable(m_tuples.ReleaseAndGetAddressOf()));
-    CheckHr(context->GetEntityTable(m_entities.ReleaseAndGetAddressOf()));
+    m_tuples = tuples;
+    m_entities = entities;
+    return hr;
   });
 }
 

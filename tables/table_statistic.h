@@ -15,7 +15,8 @@
 //   };
 //
 // Extra interfaces (IZemoStatsTrackerFactory) stand between StatsLimit and
-// ISelectableObject, where the class table lists them.
+// the selection, where the class table lists them. Selection is that of a
+// leaf; the statistic gives GetTable.
 #pragma once
 
 #include "frame/delta_save.h"
@@ -37,23 +38,25 @@ template <class D, class Table, class IFirst, class... Extra>
 class TTableStatistic
     : public Object<D, IFirst, IZemoStats, IProcessPacket, IResetProcessing, PersistStreamByDeltas<D>,
                     ISaveStreamDeltas, PersistXmlByDeltas<D>, IPersistXmlDeltas, IPersistFile, StatsLimit, Extra...,
-                    ISelectableObject> {
+                    LeafSelection<D>> {
  public:
   using Entry = typename Table::Entry;
+  static constexpr ULONG kSelectFlag = 0;
 
   // IZemoStats; Reset also stands behind IResetProcessing and IZemoStatsLimit.
   HRESULT GetContext(IZemoStatsContext** context) override {
     return this->Locked([&] { HandOutContext(m_context, context); });
   }
-  // The context's entity table; a null context lets it go.
+  // The context's entity table; a null context lets it go. The table is
+  // asked for before this object's lock is taken: the context's lock comes
+  // first.
   HRESULT SetContext(IZemoStatsContext* context) override {
+    ComPtr<IEntityTable> entities;
+    HRESULT hr = context ? context->GetEntityTable(entities.ReleaseAndGetAddressOf()) : S_OK;
     return this->Locked([&] {
       m_context = context;
-      if (!context) {
-        m_entities = nullptr;
-        return;
-      }
-      CheckHr(context->GetEntityTable(m_entities.ReleaseAndGetAddressOf()));
+      m_entities = entities;
+      return hr;
     });
   }
   HRESULT Reset() override {
@@ -77,12 +80,8 @@ class TTableStatistic
       m_table.LoadRows(stream, [this](auto key) -> Entry& { return static_cast<D*>(this)->FindOrAddForLoad(key); });
     });
   }
-  HRESULT GetSizeMax(ULARGE_INTEGER* size) override {
-    return this->Locked([&] {
-      CheckOut(size);
-      size->QuadPart = 2 * sizeof(ULONG) + uint64_t{m_table.GetCount()} * Table::kRowSize;
-    });
-  }
+  // The size of a table that grows by the packet can't be known.
+  HRESULT GetSizeMax(ULARGE_INTEGER*) override { return E_NOTIMPL; }
   HRESULT SaveDeltas(IStream* stream, ZemoTime* since) override {
     return this->Locked([&] {
       this->SaveStreamDeltas(stream, since);
@@ -120,29 +119,12 @@ class TTableStatistic
   HRESULT SaveCompleted(LPCOLESTR) override { return S_OK; }
   HRESULT GetCurFile(LPOLESTR*) override { return E_NOTIMPL; }
 
-  // ISelectableObject, but for the result table.
-  HRESULT GetSelectName(BSTR* name) override {
-    return this->Unlocked([&] {
-      CheckOut(name);
-      *name = AllocBstr(D::kSelectName);
-    });
-  }
-  HRESULT GetSelectFlag(ULONG* flag) override {
-    return this->Unlocked([&] {
-      CheckOut(flag);
-      *flag = 0;
-    });
-  }
-  HRESULT GetSelectParams(ISelectParams**) override { return E_NOTIMPL; }
-  HRESULT Select(ISelectParams* params, IUnknown** out) override {
-    return this->Locked([&] { return SelectLeaf(params, this->GetUnknown(), out); });
-  }
-
   // The defaults a statistic may hide.
   Entry& FindOrAddForLoad(typename Table::Key key) { return m_table.FindOrAdd(key); }
   void ResetCache() noexcept {}
 
  protected:
+  friend struct LeafSelection<D>;
   TTableStatistic() { this->SetStatisticName(D::kStatisticName); }
 
   // The limit's gate in front of a packet: S_FALSE while paused, before the

@@ -186,8 +186,42 @@ TEST_F(ContextPersistTest, XmlRoundTripCreatesEveryStatisticByClass) {
   auto reader = StatsContext::Create();
   ASSERT_EQ(S_OK, As<IPersistXml>(reader.Get())->Load(document.Get(), document.Get()));
   EXPECT_EQ("", Difference(writer.Get(), reader.Get()));
-  // A statistic without any XML form ends the save.
-  EXPECT_TRUE(FAILED(As<IPersistXml>(Writer().Get())->Save(document.Get(), document.Get(), FALSE)));
+  // A statistic without any XML form ends the save, and the caller's
+  // document gets nothing of it.
+  auto untouched = CreateXmlDocument();
+  const std::string before = XmlOf(untouched.Get());
+  EXPECT_TRUE(FAILED(As<IPersistXml>(Writer().Get())->Save(untouched.Get(), untouched.Get(), FALSE)));
+  EXPECT_EQ(before, XmlOf(untouched.Get()));
+}
+
+// An updater that asks another thread to get into the context while Update
+// runs: it gets in only once the caller lets the context's lock go.
+class LockProbe final : public Object<LockProbe, IStatsUpdater> {
+ public:
+  HRESULT Update(IZemoStatsContext* context) override {
+    probe = std::async(std::launch::async, [context] {
+      ULONG count = 0;
+      return context->GetStatsCount(&count);
+    });
+    gotIn = probe.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+    return S_OK;
+  }
+  std::future<HRESULT> probe;
+  bool gotIn = true;
+};
+
+TEST_F(ContextPersistTest, SavesUpdateTheSummaryWithinTheirLock) {
+  auto context = StatsContext::Create();
+  auto probe = LockProbe::Create();
+  ASSERT_EQ(S_OK, context->SetStatsUpdater(probe->GetUnknown()));
+  ZemoTime since = 0;
+  ASSERT_EQ(S_OK, As<ISaveStreamDeltas>(context.Get())->SaveDeltas(CreateMemoryStream().Get(), &since));
+  EXPECT_FALSE(probe->gotIn) << "stream";
+  EXPECT_EQ(S_OK, probe->probe.get());
+  auto document = CreateXmlDocument();
+  ASSERT_EQ(S_OK, As<IPersistXmlDeltas>(context.Get())->SaveDeltas(document.Get(), document.Get(), &since));
+  EXPECT_FALSE(probe->gotIn) << "XML";
+  EXPECT_EQ(S_OK, probe->probe.get());
 }
 
 // ---- deltas -----------------------------------------------------------------
@@ -347,7 +381,9 @@ TEST_F(ContextPersistTest, UnknownOrWrongClassEndsTheLoad) {
     block.insert(block.end(), reinterpret_cast<const uint8_t*>(&clsid), reinterpret_cast<const uint8_t*>(&clsid) + 16);
     block.insert(block.end(), reinterpret_cast<const uint8_t*>(&clsid), reinterpret_cast<const uint8_t*>(&clsid) + 16);
     auto reader = StatsContext::Create();
-    EXPECT_TRUE(FAILED(StreamLoad(reader.Get(), block)));
+    // The creation's own status: a class the store doesn't know, an object
+    // that is no statistic.
+    EXPECT_EQ(clsid == CLSID_StatsContext ? E_NOINTERFACE : REGDB_E_CLASSNOTREG, StreamLoad(reader.Get(), block));
     ULONG count = 7;
     reader->GetStatsCount(&count);
     EXPECT_EQ(0u, count);

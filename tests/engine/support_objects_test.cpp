@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+#include "context/stats_context.h"
 #include "engine/adapter_info.h"
 #include "engine/address_book.h"
 #include "engine/engine.h"
@@ -205,6 +206,39 @@ TEST(EngineSite, AnswersRegisteredServices) {
   EXPECT_EQ(S_OK, provider->QueryService(kServiceNameTable, IMediaUtils::iid, none.OutVoid()));
   site->SetService(kServiceNameTable, nullptr);
   EXPECT_EQ(E_NOINTERFACE, provider->QueryService(kServiceNameTable, IMediaUtils::iid, none.OutVoid()));
+}
+
+TEST(EngineSite, AnswersPropertiesThroughTheContextInTheTypeAsked) {
+  auto site = zemo::Site::Create();
+  ASSERT_EQ(S_OK, site->SetProperty(u"PacketsDropped", zemo::CVariant::UI4(12)));
+  ASSERT_EQ(S_OK, site->SetProperty(u"Duration", zemo::CVariant::Str(u"long")));
+  auto context = zemo::StatsContext::Create();
+  ComPtr<IObjectWithSite> withSite;
+  ASSERT_EQ(S_OK, context->GetUnknown()->QueryInterface(IObjectWithSite::iid, withSite.OutVoid()));
+  ASSERT_EQ(S_OK, withSite->SetSite(static_cast<IServiceProvider*>(site.Get())));
+  ComPtr<ISiteProperties> properties;
+  ASSERT_EQ(S_OK, withSite->GetSite(ISiteProperties::iid, properties.OutVoid()));
+
+  const ZemoSiteProperty asked[] = {
+      {u"Duration", VT_I8}, {u"TriggerCount", VT_UI4}, {u"TriggerDuration", VT_I8}, {u"PacketsDropped", VT_UI8}};
+  zemo::CVariant values[4];
+  // A value that doesn't convert, and those not set, stay empty.
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, properties->ReadProperties(4, asked, values));
+  EXPECT_EQ(VT_EMPTY, values[0].vt);
+  EXPECT_EQ(VT_EMPTY, values[1].vt);
+  EXPECT_EQ(VT_EMPTY, values[2].vt);
+  ASSERT_EQ(VT_UI8, values[3].vt);
+  EXPECT_EQ(12u, values[3].ullVal);
+
+  ASSERT_EQ(S_OK, site->SetProperty(u"Duration", zemo::CVariant::I8(5000000000)));
+  ASSERT_EQ(S_OK, site->SetProperty(u"PacketsDropped", VARIANT{}));
+  for (auto& v : values) v.Out();
+  EXPECT_EQ(S_FALSE, properties->ReadProperties(4, asked, values));
+  ASSERT_EQ(VT_I8, values[0].vt);
+  EXPECT_EQ(5000000000, values[0].llVal);
+  EXPECT_EQ(VT_EMPTY, values[3].vt);
+  EXPECT_EQ(E_POINTER, properties->ReadProperties(1, asked, nullptr));
+  EXPECT_EQ(S_OK, properties->ReadProperties(0, nullptr, nullptr));
 }
 
 TEST(EngineSupportRegistration, ModuleFacingClassesAreCreatableByProgId) {

@@ -3,7 +3,6 @@
 #include <array>
 
 #include "engine/data_table.h"
-#include "engine/select_params.h"
 #include "frame/clsids.h"
 #include "tests/network/counter_stats_support.h"
 
@@ -352,19 +351,6 @@ TEST_F(ErrorStatsTest, XmlTextAndSelection) {
   EXPECT_EQ(E_INVALIDARG, stats->Save(File("errors.hash").c_str(), FALSE));
 
   EXPECT_EQ("Total=1 CRC=0 Frame=1 ", TableText(stats.Get()));
-  zemo::CBstr name;
-  ULONG flag = 9;
-  EXPECT_EQ(S_OK, stats->GetSelectName(name.Out()));
-  EXPECT_EQ(u"errorstats", name.View());
-  EXPECT_EQ(S_OK, stats->GetSelectFlag(&flag));
-  EXPECT_EQ(0u, flag);
-  ComPtr<IUnknown> out;
-  auto params = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
-  EXPECT_EQ(S_OK, stats->Select(params.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(stats->GetUnknown(), out.Get());
-  ASSERT_EQ(S_OK, params->AddItem(zemo::CBstr(u"crc").Get(), nullptr));
-  EXPECT_EQ(E_NOTIMPL, stats->Select(params.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
 
   std::array<ULONGLONG, 4> few{};
   few.fill(5);

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "engine/select_params.h"
 #include "network/faulty_packet.h"
 #include "network/network_fixture.h"
 
@@ -391,24 +390,9 @@ TEST_F(NetworkStatsPersistTest, TextExportWritesSixLinesToTxtOnly) {
   EXPECT_EQ(CLSID_NetworkStats, clsid);
 }
 
-TEST_F(NetworkStatsPersistTest, SelectionEndsHereAndTablesTheCounters) {
+TEST_F(NetworkStatsPersistTest, TheTableHoldsTheCounters) {
   Fill();
   auto selectable = As<ISelectableObject>();
-  CBstr name;
-  ASSERT_EQ(S_OK, selectable->GetSelectName(name.Out()));
-  EXPECT_EQ(u"networkstats", name.View());
-  ComPtr<ISelectParams> none;
-  EXPECT_EQ(E_NOTIMPL, selectable->GetSelectParams(none.ReleaseAndGetAddressOf()));
-
-  auto path = MakeObject<SelectParams, ISelectParams>();
-  ComPtr<IUnknown> found;
-  ASSERT_EQ(S_OK, selectable->Select(path.Get(), found.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(stats.Query<IUnknown>().Get(), found.Get());
-  path->AddItem(CBstr(u"deeper").Get(), nullptr);
-  EXPECT_EQ(E_NOTIMPL, selectable->Select(path.Get(), found.ReleaseAndGetAddressOf()));
-  EXPECT_FALSE(found);
-  EXPECT_EQ(E_POINTER, selectable->Select(nullptr, found.ReleaseAndGetAddressOf()));
-
   ComPtr<IDataTable> table;
   ASSERT_EQ(S_OK, selectable->GetTable(table.ReleaseAndGetAddressOf()));
   ComPtr<IDataColumns> columns;

@@ -3,7 +3,6 @@
 #include <array>
 
 #include "engine/data_table.h"
-#include "engine/select_params.h"
 #include "frame/clsids.h"
 #include "tests/network/counter_stats_support.h"
 #include "tests/network/faulty_packet.h"
@@ -190,7 +189,7 @@ TEST_F(SizeStatsTest, TableLabelsRunFromTheFirstBoundToTheLastBoundPlusOne) {
             labels(0, 0, 100000001));
 }
 
-TEST_F(SizeStatsTest, StreamHoldsTheCountAndTheBucketsAndLoadsOnlyIntoThePresentSet) {
+TEST_F(SizeStatsTest, StreamHoldsTheCountAndTheBucketsAndLoadsUpToTwelveFromTheFirst) {
   auto stats = InContext(0, 1);
   PacketBuilder p;
   for (USHORT length : {10, 100, 100, 3000}) {
@@ -209,32 +208,33 @@ TEST_F(SizeStatsTest, StreamHoldsTheCountAndTheBucketsAndLoadsOnlyIntoThePresent
   ASSERT_EQ(S_OK, LoadBytes(copy.Get(), expected));
   EXPECT_EQ((std::vector<uint64_t>{1, 2, 0, 0, 0, 0, 0, 1}), Buckets(copy.Get()));
 
-  // A shorter row fills the first buckets and leaves the rest.
-  std::vector<uint8_t> two;
-  Put<ULONG>(two, 2);
-  Put<uint64_t>(two, 9);
-  Put<uint64_t>(two, 8);
+  // Any count up to the twelve buckets fills from the first, whatever the
+  // set; what lies past the set's buckets is not shown.
+  auto row = [](std::vector<uint64_t> values) {
+    std::vector<uint8_t> bytes;
+    Put<ULONG>(bytes, static_cast<ULONG>(values.size()));
+    for (uint64_t v : values) Put<uint64_t>(bytes, v);
+    return bytes;
+  };
+  std::vector<uint8_t> two = row({9, 8});
   ASSERT_EQ(S_OK, LoadBytes(copy.Get(), two));
   EXPECT_EQ((std::vector<uint64_t>{9, 8, 0, 0, 0, 0, 0, 1}), Buckets(copy.Get()));
+  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), row({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})));
+  EXPECT_EQ((std::vector<uint64_t>{1, 2, 3, 4, 5, 6, 7, 8}), Buckets(copy.Get()));
+  auto none = InContext(0, 4);
+  EXPECT_EQ(S_OK, LoadBytes(none.Get(), two));
+  EXPECT_EQ(0u, Buckets(none.Get()).size());
 
-  // More buckets than the set has, a count past the array, and short rows
-  // are refused and change nothing.
-  std::vector<uint8_t> nine;
-  Put<ULONG>(nine, 9);
-  for (int i = 0; i < 9; ++i) Put<uint64_t>(nine, 5);
+  // A count past the array and short rows are refused and change nothing.
+  std::vector<uint8_t> thirteen = row(std::vector<uint64_t>(13, 5));
   std::vector<uint8_t> huge;
   Put<ULONG>(huge, 0xFFFFFFFF);
   std::vector<uint8_t> shortRow(two.begin(), two.end() - 1);
-  for (const auto& bad : {nine, huge, shortRow, std::vector<uint8_t>{1, 0}}) {
+  for (const auto& bad : {thirteen, huge, shortRow, std::vector<uint8_t>{1, 0}}) {
     EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), bad));
-    EXPECT_EQ((std::vector<uint64_t>{9, 8, 0, 0, 0, 0, 0, 1}), Buckets(copy.Get()));
+    EXPECT_EQ((std::vector<uint64_t>{1, 2, 3, 4, 5, 6, 7, 8}), Buckets(copy.Get()));
   }
   EXPECT_EQ(E_POINTER, copy->Load(static_cast<IStream*>(nullptr)));
-
-  // A set-0 statistic takes an empty row only.
-  auto none = InContext(0, 4);
-  EXPECT_EQ(E_FAIL, LoadBytes(none.Get(), two));
-  EXPECT_EQ(S_OK, LoadBytes(none.Get(), std::vector<uint8_t>{0, 0, 0, 0}));
 }
 
 TEST_F(SizeStatsTest, XmlHoldsOneStatPerBucketAndRefusesBadIndexes) {
@@ -281,28 +281,6 @@ TEST_F(SizeStatsTest, TextExportIsOneDecimalLinePerBucketForTxtOnly) {
   EXPECT_EQ(E_INVALIDARG, stats->Save(File("sizes.csv").c_str(), FALSE));
   EXPECT_FALSE(Exists(File("sizes.csv")));
   EXPECT_FAILS(stats->Save(File("missing/sizes.txt").c_str(), FALSE));
-}
-
-TEST_F(SizeStatsTest, SelectionEndsHere) {
-  auto stats = InContext(0);
-  zemo::CBstr name;
-  ULONG flag = 0;
-  EXPECT_EQ(S_OK, stats->GetSelectName(name.Out()));
-  EXPECT_EQ(u"sizestats", name.View());
-  EXPECT_EQ(S_OK, stats->GetSelectFlag(&flag));
-  EXPECT_EQ(1u, flag);
-  ComPtr<ISelectParams> params;
-  EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
-
-  ComPtr<IUnknown> out;
-  auto empty = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
-  EXPECT_EQ(S_OK, stats->Select(empty.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(stats->GetUnknown(), out.Get());
-  auto deeper = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
-  ASSERT_EQ(S_OK, deeper->AddItem(zemo::CBstr(u"bucket").Get(), nullptr));
-  EXPECT_EQ(E_NOTIMPL, stats->Select(deeper.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(empty.Get(), nullptr));
 }
 
 }  // namespace

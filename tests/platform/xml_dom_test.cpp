@@ -58,7 +58,7 @@ void Append(const P& parent, const C& child) {
 
 std::u16string Text(IXMLDOMNode* n) {
   CBstr t;
-  EXPECT_EQ(S_OK, n->get_text(t.Out()));
+  EXPECT_TRUE(SUCCEEDED(n->get_text(t.Out())));
   return std::u16string(t.View());
 }
 
@@ -395,8 +395,12 @@ TEST(XmlDom, PutTextReplacesChildrenAndTheirObjectsStayUsable) {
   Append(r, b);
   EXPECT_EQ(u"c", Name(SelectOne(r.Get(), u"b/c").Get()));
 
+  // An element without text says so.
   ASSERT_EQ(S_OK, r->put_text(CBstr(u"").Get()));
   EXPECT_FALSE(First(r.Get()));
+  CBstr empty;
+  EXPECT_EQ(S_FALSE, r->get_text(empty.Out()));
+  EXPECT_EQ(0u, empty.Length());
   ASSERT_EQ(S_OK, only->put_text(CBstr(u"changed").Get()));
   EXPECT_EQ(u"changed", Text(only.Get()));
 }

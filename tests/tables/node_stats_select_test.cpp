@@ -2,7 +2,6 @@
 // table of node units.
 #include <gtest/gtest.h>
 
-#include "engine/select_params.h"
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "tests/tables/node_fixture.h"
@@ -15,27 +14,6 @@ using zemo::ComPtr;
 using zemo::CVariant;
 
 using NodeStatsSelect = NodeStatsFixture;
-
-TEST_F(NodeStatsSelect, IsALeafNamedNodestats) {
-  CBstr name;
-  ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
-  EXPECT_EQ(u"nodestats", name.View());
-  ULONG flag = 7;
-  ASSERT_EQ(S_OK, stats->GetSelectFlag(&flag));
-  EXPECT_EQ(0u, flag);
-  ComPtr<ISelectParams> params;
-  EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
-
-  auto path = zemo::SelectParams::Create();
-  ComPtr<IUnknown> out;
-  ASSERT_EQ(S_OK, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(stats->GetUnknown(), out.Get());
-  ASSERT_EQ(S_OK, path->AddItem(CBstr(u"child").Get(), nullptr));
-  EXPECT_EQ(E_NOTIMPL, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
-  EXPECT_FALSE(out);
-  EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_POINTER, stats->Select(path.Get(), nullptr));
-}
 
 TEST_F(NodeStatsSelect, TheTableShowsEachRecordWithItsAddressAsText) {
   ASSERT_EQ(S_OK, Send(Mac(0x01), Ip(10, 0, 0, 1), Mac(0x02, 0x02), Ip(224, 0, 0, 9), 100, kT0));

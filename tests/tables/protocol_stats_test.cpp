@@ -342,15 +342,7 @@ TEST_F(ProtocolTables, TrackersNeedAProtocolOfTheTree) {
 
 // ---- selection and the result table -----------------------------------------
 
-TEST_F(ProtocolTables, SelectionNamesAndTheResultTable) {
-  CBstr name;
-  ASSERT_EQ(S_OK, one->GetSelectName(name.Out()));
-  EXPECT_EQ(u"protocolstats", name.View());
-  ASSERT_EQ(S_OK, layered->GetSelectName(name.Out()));
-  EXPECT_EQ(u"protocolidstats", name.View());
-  ComPtr<ISelectParams> params;
-  EXPECT_EQ(E_NOTIMPL, one->GetSelectParams(params.ReleaseAndGetAddressOf()));
-
+TEST_F(ProtocolTables, TheResultTable) {
   ASSERT_EQ(S_OK, one->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}, 77).Get()));
   ComPtr<IDataTable> table;
   ASSERT_EQ(S_OK, one->GetTable(table.ReleaseAndGetAddressOf()));

@@ -1,0 +1,105 @@
+// Operations that many classes share by the same rules, checked on every
+// class the module serves.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "engine/select_params.h"
+#include "frame/class_table.h"
+#include "frame/engine_interfaces.h"
+#include "frame/module.h"
+#include "frame/persist_interfaces.h"
+#include "platform/class_store.h"
+#include "platform/object.h"
+
+namespace {
+
+using zemo::ComPtr;
+
+constexpr HRESULT kPathFailure = static_cast<HRESULT>(0x80047011);
+
+// A path whose next step can't be taken.
+class BrokenPath final : public zemo::Object<BrokenPath, ISelectParams> {
+ public:
+  HRESULT AddItem(BSTR, IPropertyBag*) override { return E_NOTIMPL; }
+  HRESULT GetCount(LONG* count) override {
+    *count = 1;
+    return S_OK;
+  }
+  HRESULT NextItem(BSTR*, IPropertyBag**) override { return kPathFailure; }
+  HRESULT Rewind() override { return E_NOTIMPL; }
+};
+
+// The classes whose stream size grows with what they have seen.
+const std::set<std::u16string> kSizeUnknown = {u"ConversationStats", u"EntityTable", u"NodeStats",
+                                               u"ProtocolStats",     u"ProtocolStatsByID", u"StatsContext",
+                                               u"TupleTable"};
+
+TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
+  auto path = BrokenPath::Create();
+  for (const zemo::ClassInfo& row : zemo::ClassTable()) {
+    if (!row.create) continue;
+    SCOPED_TRACE(zemo::ToUtf8(row.name));
+    ComPtr<IUnknown> object;
+    ASSERT_EQ(S_OK, row.create(nullptr, IUnknown::iid, object.OutVoid()));
+
+    ComPtr<ISelectableObject> selectable;
+    if (SUCCEEDED(object.As(&selectable))) {
+      EXPECT_EQ(E_POINTER, selectable->GetSelectParams(nullptr));
+      // A path that fails is that failure, inside the boundary.
+      ComPtr<IUnknown> out;
+      EXPECT_EQ(kPathFailure, selectable->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+      EXPECT_EQ(nullptr, out.Get());
+    }
+
+    ComPtr<IPersistStream> stream;
+    if (SUCCEEDED(object.As(&stream))) {
+      ULARGE_INTEGER size{};
+      EXPECT_EQ(kSizeUnknown.count(row.name) ? E_NOTIMPL : S_OK, stream->GetSizeMax(&size));
+    }
+  }
+}
+
+// The statistics without children, by class: their selection name and flag.
+struct Leaf {
+  const char16_t* cls;
+  const char16_t* name;
+  ULONG flag;
+};
+const Leaf kLeaves[] = {{u"ConversationStats", u"conversationstats", 0}, {u"ErrorStats", u"errorstats", 0},
+                        {u"NetworkStats", u"networkstats", 1},           {u"NodeStats", u"nodestats", 0},
+                        {u"ProtocolStats", u"protocolstats", 0},         {u"ProtocolStatsByID", u"protocolidstats", 0},
+                        {u"SizeStats", u"sizestats", 1}};
+
+TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {
+  ASSERT_EQ(S_OK, DllRegisterServer());
+  for (const Leaf& leaf : kLeaves) {
+    SCOPED_TRACE(zemo::ToUtf8(leaf.cls));
+    CLSID clsid;
+    ASSERT_EQ(S_OK, CLSIDFromProgID((u"ZemoStats." + std::u16string(leaf.cls)).c_str(), &clsid));
+    ComPtr<ISelectableObject> stats;
+    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectableObject::iid, stats.OutVoid()));
+    zemo::CBstr name;
+    ULONG flag = 9;
+    ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
+    EXPECT_EQ(leaf.name, name.View());
+    ASSERT_EQ(S_OK, stats->GetSelectFlag(&flag));
+    EXPECT_EQ(leaf.flag, flag);
+    ComPtr<ISelectParams> params;
+    EXPECT_EQ(E_NOTIMPL, stats->GetSelectParams(params.ReleaseAndGetAddressOf()));
+
+    auto path = zemo::MakeObject<zemo::SelectParams, ISelectParams>();
+    ComPtr<IUnknown> out, self;
+    ASSERT_EQ(S_OK, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+    ASSERT_EQ(S_OK, stats->QueryInterface(IUnknown::iid, self.OutVoid()));
+    EXPECT_EQ(self.Get(), out.Get());
+    ASSERT_EQ(S_OK, path->AddItem(zemo::CBstr(u"deeper").Get(), nullptr));
+    EXPECT_EQ(E_NOTIMPL, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+    EXPECT_FALSE(out);
+    EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(E_POINTER, stats->Select(path.Get(), nullptr));
+  }
+}
+
+}  // namespace
