@@ -48,13 +48,6 @@ TEST(KeyIndex, SharedTagsAreSettledByTheRecord) {
   }
   EXPECT_EQ(CKeyIndex::kNone, index.Find(7, CKeyIndex::AnyRecord{}));
 
-  // The byte hash sees every byte of a value and its length.
-  const uint8_t a[24] = {1, 2, 3};
-  uint8_t b[24] = {1, 2, 3};
-  EXPECT_EQ(CKeyIndex::HashBytes(a, 24), CKeyIndex::HashBytes(b, 24));
-  b[20] = 1;
-  EXPECT_NE(CKeyIndex::HashBytes(a, 24), CKeyIndex::HashBytes(b, 24));
-  EXPECT_NE(CKeyIndex::HashBytes(a, 4), CKeyIndex::HashBytes(a, 6));
   EXPECT_NE(CKeyIndex::HashWords(1, 2, 3), CKeyIndex::HashWords(2, 1, 3));
 }
 
