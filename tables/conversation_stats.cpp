@@ -16,6 +16,20 @@ constexpr TableColumn kColumns[] = {
     {u"Source", VT_BSTR}, {u"Dest", VT_BSTR}, {u"Protocol", VT_BSTR}, {u"Packets", VT_UI8}, {u"Bytes", VT_UI8},
 };
 
+// A pair of addresses read from the packet; ok only when both getters worked.
+struct AddressPair {
+  MediaSpec source{};
+  MediaSpec destination{};
+  bool ok = false;
+};
+
+template <class I>
+AddressPair ReadPair(I* from, HRESULT (I::*source)(MediaSpec*), HRESULT (I::*destination)(MediaSpec*)) {
+  AddressPair pair;
+  pair.ok = SUCCEEDED((from->*source)(&pair.source)) && SUCCEEDED((from->*destination)(&pair.destination));
+  return pair;
+}
+
 }  // namespace
 
 // ---- IConversationStats ------------------------------------------------------
@@ -49,36 +63,21 @@ HRESULT ConversationStats::SetContext(IZemoStatsContext* context) {
 
 // ---- IProcessPacket ----------------------------------------------------------
 
-void ConversationStats::CountPair(Pair& pair, ZemoTime time, USHORT length) {
-  KnownSlot& key = pair.key;
-  if (key.record == kNoRecord) {
-    try {
-      m_known.Reserve();
-    } catch (const CAtlException&) {
-      AtlThrow(E_FAIL);
-    }
-    TupleRecord tuple{};
-    tuple.fSource = key.source;
-    tuple.fDestination = key.destination;
-    tuple.fProtocol = key.protocol;
-    tuple.fNext = kNoRecord;
-    ULONG id = kNoRecord;
-    // A source type without a sub-table of its own in the TupleTable ends
-    // here: that pair has no conversation to count in.
-    if (FAILED(m_tuples->FindOrAdd(&tuple, 1, &id))) return;
-    key.record = m_table.Find(id);
-    if (key.record == kNoRecord) key.record = m_table.Add(id);
-    // A packet may hold the same pair twice (a wireless pair that repeats
-    // the physical one): the second finds it known by now.
-    if (m_known.Find(pair.hash, [&](const KnownSlot& s) { return s.record == key.record; }) == kNoRecord)
-      m_known.Insert(key);
-  }
-  CountConversation(m_table[key.record].Stat, time, length);
+void ConversationStats::CountPair(const MediaSpec& source, const MediaSpec& destination, ULONG protocol,
+                                  ZemoTime time, USHORT length) {
+  TupleRecord tuple{};
+  tuple.fProtocol = protocol;
+  tuple.fNext = kNoRecord;
+  CheckHr(m_entities->FindOrAdd(&source, 1, &tuple.fSource));
+  CheckHr(m_entities->FindOrAdd(&destination, 1, &tuple.fDestination));
+  ULONG id = kNoRecord;
+  // A source type without a sub-table of its own in the TupleTable ends
+  // here: that pair has no conversation to count in.
+  if (FAILED(m_tuples->FindOrAdd(&tuple, 1, &id))) return;
+  ZemoConversationStat& stat = m_table.FindOrAdd(id).Stat;
+  CountConversation(stat, time, length);
 }
 
-// The pairs are read, interned and looked up together, so that the memory
-// each needs is asked for at once rather than one trip after another; they
-// still count, and add, in their order.
 HRESULT ConversationStats::ProcessPacket(IPacket* packet) {
   return Locked([&]() -> HRESULT {
     if (HRESULT gate = LimitGate(); gate != S_OK) return gate;
@@ -96,43 +95,20 @@ HRESULT ConversationStats::ProcessPacket(IPacket* packet) {
     CheckHr(m_entities->FindOrAdd(&protocolSpec, 1, &protocol));
 
     IPacketAddresses* a = basics.addresses.Get();
-    Pair pairs[3];
-    size_t count = 0;
-    auto read = [&](HRESULT (IPacketAddresses::*source)(MediaSpec*), HRESULT (IPacketAddresses::*destination)(MediaSpec*)) {
-      Pair& p = pairs[count];
-      return SUCCEEDED((a->*source)(&p.source)) && SUCCEEDED((a->*destination)(&p.destination));
-    };
     // Only the logical pair must agree in type: an IPv4 source with an IPv6
     // destination is no conversation between two logical addresses.
-    if (read(&IPacketAddresses::GetLogicalSource, &IPacketAddresses::GetLogicalDestination) &&
-        pairs[count].source.fType == pairs[count].destination.fType)
-      ++count;
-    if (read(&IPacketAddresses::GetPhysicalSource, &IPacketAddresses::GetPhysicalDestination)) ++count;
-    if (basics.wireless && read(&IPacketAddresses::GetWirelessTransmitter, &IPacketAddresses::GetWirelessReceiver))
-      ++count;
-
-    // An address the EntityTable cannot hold ends the packet, once the
-    // pairs before it are counted.
-    HRESULT failure = S_OK;
-    size_t interned = 0;
-    for (; interned < count; ++interned) {
-      Pair& p = pairs[interned];
-      failure = m_entities->FindOrAdd(&p.source, 1, &p.key.source);
-      if (SUCCEEDED(failure)) failure = m_entities->FindOrAdd(&p.destination, 1, &p.key.destination);
-      if (FAILED(failure)) break;
-      p.key.protocol = protocol;
-      p.hash = p.key.Hash();
-      m_known.Prefetch(p.hash);
+    AddressPair logical = ReadPair(a, &IPacketAddresses::GetLogicalSource, &IPacketAddresses::GetLogicalDestination);
+    if (logical.ok && logical.source.fType == logical.destination.fType)
+      CountPair(logical.source, logical.destination, protocol, time, length);
+    AddressPair physical =
+        ReadPair(a, &IPacketAddresses::GetPhysicalSource, &IPacketAddresses::GetPhysicalDestination);
+    if (physical.ok) CountPair(physical.source, physical.destination, protocol, time, length);
+    if (basics.wireless) {
+      AddressPair radio =
+          ReadPair(a, &IPacketAddresses::GetWirelessTransmitter, &IPacketAddresses::GetWirelessReceiver);
+      if (radio.ok) CountPair(radio.source, radio.destination, protocol, time, length);
     }
-    for (size_t i = 0; i < interned; ++i) {
-      Pair& p = pairs[i];
-      p.key.record = m_known.Find(p.hash, [&](const KnownSlot& s) {
-        return s.source == p.key.source && s.destination == p.key.destination && s.protocol == p.key.protocol;
-      });
-      if (p.key.record != kNoRecord) __builtin_prefetch(&m_table[p.key.record]);
-    }
-    for (size_t i = 0; i < interned; ++i) CountPair(pairs[i], time, length);
-    return FAILED(failure) ? failure : S_OK;
+    return S_OK;
   });
 }
 

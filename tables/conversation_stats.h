@@ -48,31 +48,14 @@ class ConversationStats final
   // ISelectableObject
   HRESULT GetTable(IDataTable** table) override;
 
-  void ResetCache() noexcept { m_known.Clear(); }
-
  private:
-  // A conversation the packet path has met, by its three entities: the
-  // record is found without the tuple table or the record index, and with
-  // the key in the slot, without touching a record that is not the one.
-  struct KnownSlot {
-    uint32_t source, destination, protocol, record;
-    uint32_t Hash() const noexcept { return CKeyIndex::HashWords(source, destination, protocol); }
-  };
-  // One pair of a packet on its way: its addresses, then their entities and
-  // its record when known.
-  struct Pair {
-    MediaSpec source{}, destination{};
-    KnownSlot key{};
-    uint32_t hash = 0;
-  };
-
-  // Counts the packet in the pair's conversation, found through the tuple
-  // table when the pair is not known yet; a tuple the TupleTable cannot
-  // hold passes the pair over.
-  void CountPair(Pair& pair, ZemoTime time, USHORT length);
+  // Counts the packet in the conversation from source to destination under
+  // protocol; a tuple the TupleTable cannot hold passes the pair over, an
+  // address the EntityTable cannot hold raises.
+  void CountPair(const MediaSpec& source, const MediaSpec& destination, ULONG protocol, ZemoTime time,
+                 USHORT length);
 
   ComPtr<ITupleTable> m_tuples;
-  TKeyIndex<KnownSlot> m_known;
 };
 
 }  // namespace zemo

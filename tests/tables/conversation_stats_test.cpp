@@ -97,33 +97,6 @@ TEST_F(Conversations, AWiredPacketCountsTwiceAndAWirelessOneThreeTimes) {
   EXPECT_EQ(1u, Between(Ip(10, 0, 0, 3), Ip(10, 0, 0, 4)).Packets);
 }
 
-// The statistic remembers the conversations it met: a pair that stands
-// twice in one packet (a transmitter and receiver that are its physical
-// addresses) counts twice in one record, a repeat counts in it again, and
-// after a reset, the same pair starts a record of its own.
-TEST_F(Conversations, AMetPairCountsInItsRecordUntilAReset) {
-  auto twice = [] {
-    PacketBuilder p = Wired(Mac(5), Mac(6), kNone, kNone);
-    p.Wireless({}, 2);
-    p.Address(PacketAddress::kWirelessTransmitter, Mac(5));
-    p.Address(PacketAddress::kWirelessReceiver, Mac(6));
-    return p;
-  };
-  ASSERT_EQ(S_OK, stats->ProcessPacket(twice().Get()));
-  ASSERT_EQ(S_OK, stats->ProcessPacket(twice().Get()));
-  EXPECT_EQ(1u, Count());
-  EXPECT_EQ(4u, Between(Mac(5), Mac(6)).Packets);
-
-  ASSERT_EQ(S_OK, static_cast<IZemoStatsContext*>(context.Get())->Reset());
-  ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(7), Mac(8), kNone, kNone).Get()));
-  ASSERT_EQ(S_OK, stats->ProcessPacket(twice().Get()));
-  EXPECT_EQ(2u, Count());
-  EXPECT_EQ(2u, Between(Mac(5), Mac(6)).Packets);
-  ZemoConversationStatEntry first{};
-  ASSERT_EQ(S_OK, stats->GetConversationEntry(0, &first));
-  EXPECT_EQ(1u, first.Stat.Packets);
-}
-
 TEST_F(Conversations, EachDirectionIsItsOwnConversation) {
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(1), Mac(2), kNone, kNone, 60).Get()));
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(2), Mac(1), kNone, kNone, 70).Get()));
