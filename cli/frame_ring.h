@@ -56,6 +56,11 @@ class FrameRing {
   std::condition_variable m_filled, m_freed;
   uint64_t m_published = 0;  // entries handed to the consumer; under the mutex
   uint64_t m_released = 0;   // entries handed back to the producer; under the mutex
+  // Who sleeps, under the mutex: a side is woken only then, and the
+  // producer only once half the ring is free, so that the two threads meet
+  // in the kernel once in many batches rather than once a batch.
+  bool m_producerWaits = false;
+  bool m_consumerWaits = false;
 
   uint64_t m_written = 0;    // producer's own: entries committed
   uint64_t m_freeUntil = 0;  // producer's own: entries below this are free to fill
