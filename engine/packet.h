@@ -36,6 +36,11 @@ inline constexpr ULONG kWirelessMediaInfoLength = 28;
 class Packet final : public Object<Packet, IPacket, IPacketAddresses, IWirelessPacket, IPacketFields, IChannelPacket,
                                    ILinePacket> {
  public:
+  // A packet goes from the thread that fills it to the one that hands it to
+  // the engine, and a statistic holds a reference only within its packet
+  // call: one thread at a time references it.
+  static constexpr bool kReferencedByOneThread = true;
+
   static constexpr ULONG kMaxLayers = 64;
   static constexpr ULONG kMaxFields = 16;  // of each kind
 

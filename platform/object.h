@@ -96,6 +96,11 @@ class Object : public E... {
   static constexpr bool kAggregatable = false;
   // Whether a live object keeps the module loaded (cached class factories don't).
   static constexpr bool kCountsInModule = true;
+  // Whether references to an object are only ever taken and dropped by one
+  // thread at a time, each handing the object on to the next through a
+  // synchronised hand-over (a host's packet): its count then needs no
+  // atomic read-modify-write.
+  static constexpr bool kReferencedByOneThread = false;
 
   HRESULT QueryInterface(REFIID iid, void** out) override {
     if constexpr (D::kAggregatable)
@@ -231,10 +236,23 @@ class Object : public E... {
     return S_OK;
   }
 
-  ULONG OwnAddRef() noexcept { return m_refs.fetch_add(1, std::memory_order_relaxed) + 1; }
+  ULONG OwnAddRef() noexcept {
+    if constexpr (D::kReferencedByOneThread) {
+      const ULONG refs = m_refs.load(std::memory_order_relaxed) + 1;
+      m_refs.store(refs, std::memory_order_relaxed);
+      return refs;
+    }
+    return m_refs.fetch_add(1, std::memory_order_relaxed) + 1;
+  }
 
   ULONG OwnRelease() {
-    ULONG left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    ULONG left;
+    if constexpr (D::kReferencedByOneThread) {
+      left = m_refs.load(std::memory_order_relaxed) - 1;
+      m_refs.store(left, std::memory_order_relaxed);
+    } else {
+      left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    }
     if (left == 0) Destroy();
     return left;
   }
