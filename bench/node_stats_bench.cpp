@@ -1,6 +1,6 @@
 // One packet through a StatsContext holding NodeStats, with the table
 // already holding N records: the packet path's four finds in the context's
-// EntityTable and four chain walks in the node table, none of them adding.
+// EntityTable and four in the node table, none of them adding.
 // Hosts have a MAC and an IPv4 address, so N records are N/2 hosts; each
 // measured packet goes between two hosts picked at random.
 #include <benchmark/benchmark.h>
@@ -66,8 +66,9 @@ void BM_NodeStatsPacket(benchmark::State& state) {
 }
 BENCHMARK(BM_NodeStatsPacket)->Arg(1000)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kNanosecond);
 
-// The node table's own part of a packet: one chain walk for a key that is
-// there, at N records, keys as the entity table numbers Ethernet addresses.
+// The node table's own part of a packet: one find through its index for a
+// key that is there, at N records, keys as the entity table numbers
+// Ethernet addresses.
 void BM_NodeTableFind(benchmark::State& state) {
   const uint32_t records = static_cast<uint32_t>(state.range(0));
   CNodeTable table;
