@@ -9,6 +9,8 @@
 #include <memory>
 #include <numeric>
 
+#include <nlohmann/json.hpp>
+
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
 #include "network/history_stats.h"

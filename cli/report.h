@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "cli/analysis.h"
 #include "engine/data_table.h"
 #include "frame/engine_interfaces.h"
