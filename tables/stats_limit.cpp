@@ -25,6 +25,7 @@ HRESULT StatsLimit::GetSettings(IZemoStatsLimitSettings** settings) {
 
 HRESULT StatsLimit::SetSettings(IZemoStatsLimitSettings* settings) {
   if (!settings) return E_POINTER;
+  std::lock_guard statistic(StatisticLock());
   std::lock_guard hold(m_limitLock);
   m_settings = settings;
   return S_OK;
@@ -38,6 +39,7 @@ HRESULT StatsLimit::GetContextId(GUID* id) {
 }
 
 HRESULT StatsLimit::SetContextId(REFGUID id) {
+  std::lock_guard statistic(StatisticLock());
   std::lock_guard hold(m_limitLock);
   m_contextId = id;
   return S_OK;
@@ -51,6 +53,7 @@ HRESULT StatsLimit::GetNotifySink(INotify** sink) {
 }
 
 HRESULT StatsLimit::SetNotifySink(INotify* sink) {
+  std::lock_guard statistic(StatisticLock());
   std::lock_guard hold(m_limitLock);
   m_sink = sink;
   return S_OK;
@@ -65,6 +68,7 @@ HRESULT StatsLimit::GetResetCount(ULONG* count) {
 
 HRESULT StatsLimit::AddLinkedStatistic(IUnknown* stats) {
   if (!stats) return E_POINTER;
+  std::lock_guard statistic(StatisticLock());
   return Boundary([&] { m_linked.push_back(stats); });
 }
 

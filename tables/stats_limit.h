@@ -69,6 +69,12 @@ class StatsLimit : public IZemoStatsLimit {
   // resetcount + 1, not paused, not reached: the limit's part of every reset.
   void ResetLimitState() noexcept;
 
+  // The owning statistic's object lock. CheckLimit runs under it and takes
+  // no lock of its own, so the accessors that change what it reads (the
+  // settings, the sink, the context identifier, the linked statistics) take
+  // it too, before the limit lock, as everything else does.
+  virtual CObjectLock& StatisticLock() const noexcept = 0;
+
   // The limit's piece of the statistic's persistence, called first by it,
   // under the statistic's lock. Failures raise. A loaded resetcount that
   // differs from the present one resets the statistic (its IZemoStats

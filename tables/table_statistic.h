@@ -119,6 +119,8 @@ class TTableStatistic
   HRESULT SaveCompleted(LPCOLESTR) override { return S_OK; }
   HRESULT GetCurFile(LPOLESTR*) override { return E_NOTIMPL; }
 
+  CObjectLock& StatisticLock() const noexcept override { return this->ObjectLock(); }
+
   // The defaults a statistic may hide.
   Entry& FindOrAddForLoad(typename Table::Key key) { return m_table.FindOrAdd(key); }
   void ResetCache() noexcept {}

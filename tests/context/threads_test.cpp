@@ -73,15 +73,21 @@ ComPtr<I> Stat(IZemoStatsContext* context, REFCLSID clsid) {
 
 // A context on Ethernet holding every statistic the module serves, under
 // its class, each table under a limit it never reaches.
-ComPtr<IZemoStatsContext> EveryStatistic() {
-  ComPtr<IZemoStatsContext> context;
-  EXPECT_EQ(S_OK, CoCreateInstance(CLSID_StatsContext, nullptr, CLSCTX_ALL, IZemoStatsContext::iid, context.OutVoid()));
-  context->SetLinkSpeed(1000000000);
+// Limit settings that a test never reaches.
+ComPtr<IZemoStatsLimitSettings> FarLimit() {
   ComPtr<IZemoStatsLimitSettings> settings;
   EXPECT_EQ(S_OK, CoCreateInstance(CLSID_ZemoStatsLimitSettings, nullptr, CLSCTX_ALL, IZemoStatsLimitSettings::iid,
                                    settings.OutVoid()));
   settings->SetLimit(1000000);
   settings->SetEnabled(1);
+  return settings;
+}
+
+ComPtr<IZemoStatsContext> EveryStatistic() {
+  ComPtr<IZemoStatsContext> context;
+  EXPECT_EQ(S_OK, CoCreateInstance(CLSID_StatsContext, nullptr, CLSCTX_ALL, IZemoStatsContext::iid, context.OutVoid()));
+  context->SetLinkSpeed(1000000000);
+  ComPtr<IZemoStatsLimitSettings> settings = FarLimit();
   for (const ClassInfo& row : ClassTable()) {
     ComPtr<IZemoStats> stats;
     if (row.clsid == CLSID_StatsContext ||
@@ -256,10 +262,10 @@ class ContextThreads : public ::testing::Test {
     } while (Running());
   }
 
-  // Now and then some statistics are told their context again and reset
-  // themselves (all but NetworkStats, which the saves compare with the
-  // context), and then the whole context resets, by its two reset
-  // interfaces in turn.
+  // Now and then some statistics are told their context again, the tables
+  // among them get their limits anew, and all but NetworkStats (which the
+  // saves compare with the context) reset themselves; then the whole context
+  // resets, by its two reset interfaces in turn.
   void Reset() {
     std::vector<ComPtr<IZemoStats>> own;
     for (const CLSID& clsid : {CLSID_NetworkStats, CLSID_SizeStats, CLSID_ErrorStats, CLSID_NodeStats,
@@ -272,6 +278,11 @@ class ContextThreads : public ::testing::Test {
       }
       for (const auto& stats : own) {
         EXPECT_EQ(S_OK, stats->SetContext(m_context.Get()));
+        if (auto limit = As<IZemoStatsLimit>(stats.Get())) {
+          EXPECT_EQ(S_OK, limit->SetSettings(FarLimit().Get()));
+          EXPECT_EQ(S_OK, limit->SetContextId(GUID_NULL));
+          EXPECT_EQ(S_OK, limit->SetNotifySink(nullptr));
+        }
         if (stats != own.front()) {
           EXPECT_EQ(S_OK, As<IResetProcessing>(stats.Get())->Reset());
         }
