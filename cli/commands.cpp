@@ -196,7 +196,17 @@ ReadOutcome Feed(CaptureSource& source, Analysis& analysis, const LiveOptions* l
   FrameRing ring(kRingEntries);
   ReadOutcome outcome;
   std::thread reader([&] { outcome = ReadFrames(source, analysis, live, output.timing, ring); });
-  while (Consume(analysis, ring.Next())) {
+  try {
+    while (Consume(analysis, ring.Next())) {
+    }
+  } catch (...) {
+    // The reader is told to stop as a signal would, and drained to its end
+    // entry, so that it can be joined before the failure goes on.
+    g_stop = true;
+    while (ring.Next().kind != FrameRing::Kind::kEnd) {
+    }
+    reader.join();
+    throw;
   }
   reader.join();
   return outcome;
