@@ -1,11 +1,11 @@
 // A performance class's collection: its definition and its writer's pages,
 // and the objects, instances and counter blocks copied out of them.
-#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string>
 
 #include "perfcounters/perf_provider.h"
+#include "perfcounters/perf_titles.h"
 #include "platform/strings.h"
 
 namespace zemo {
@@ -18,31 +18,13 @@ constexpr uint32_t kEntryHeader = 20;
 // An entry up to this size is copied on the stack.
 constexpr size_t kStackEntry = 1024;
 
-uint32_t WordAt(const uint8_t* p, size_t offset) {
-  uint32_t w;
-  std::memcpy(&w, p + offset, 4);
-  return w;
-}
-
-uint64_t RoundUp(uint64_t v, uint64_t to) { return (v + to - 1) / to * to; }
-
 struct MoreData {};
 
-// "Global" in any case, or the name id among the request's blank-separated numbers.
-bool Requested(const char16_t* request, DWORD nameIndex) {
-  if (!request) return false;
-  const std::u16string_view text(request);
-  if (WideEqualNoCase(text, u"Global")) return true;
-  for (size_t at = 0; at < text.size();) {
-    size_t end = std::min(text.find(u' ', at), text.size());
-    uint64_t number = 0;
-    bool digits = end > at;
-    for (size_t i = at; i < end && digits; ++i) {
-      digits = text[i] >= u'0' && text[i] <= u'9';
-      number = std::min<uint64_t>(number * 10 + (text[i] - u'0'), UINT32_MAX + uint64_t(1));
-    }
-    if (digits && number == nameIndex) return true;
-    at = end + 1;
+// Whether a request's words name an object by its name id.
+bool Named(std::span<const std::u16string_view> words, DWORD nameIndex) {
+  for (std::u16string_view word : words) {
+    size_t digits = 0;
+    if (DecimalId(word, &digits) == nameIndex && digits == word.size()) return true;
   }
   return false;
 }
@@ -136,10 +118,14 @@ DWORD PerfProvider::Collect(const char16_t* request, void** data, DWORD* room, D
   try {
     if (!OpenPages()) return nothing(0);
     if (!m_loaded && !LoadMap()) return nothing(0);
+    // "Global" in any case of letters, or name ids between blanks.
+    const std::u16string_view text = request ? request : u"";
+    const bool global = WideEqualNoCase(text, u"Global");
+    const std::vector<std::u16string_view> words = Words(text);
     Output out(start, *room);
     DWORD collected = 0;
     for (const PerfObject& o : m_objects)
-      if (Requested(request, o.nameIndex)) {
+      if (global || Named(words, o.nameIndex)) {
         CollectObject(o, out);
         ++collected;
       }

@@ -1,26 +1,14 @@
 #include "perfcounters/perf_definition.h"
 
-#include <bit>
 #include <cstring>
-
 #include <new>
 
 namespace zemo {
 namespace {
 
-static_assert(std::endian::native == std::endian::little, "the definition's words are read in place");
-
 constexpr size_t kEntryWords = 9;
 constexpr size_t kEntryBytes = kEntryWords * 4;
 constexpr size_t kPreamble = 8;
-
-uint64_t RoundUp(uint64_t v, uint64_t to) { return (v + to - 1) / to * to; }
-
-uint32_t WordAt(std::span<const uint8_t> bytes, size_t offset) {
-  uint32_t w;
-  std::memcpy(&w, bytes.data() + offset, 4);
-  return w;
-}
 
 void PutWord(std::vector<uint8_t>& out, uint32_t w) {
   const size_t at = out.size();
@@ -123,8 +111,8 @@ HRESULT LoadDefinition(std::span<const uint8_t> bytes, int64_t frequency, std::v
     return E_FAIL;
   };
   if (bytes.size() < kPreamble) return fail();
-  const uint32_t total = WordAt(bytes, 0);
-  const uint32_t count = WordAt(bytes, 4);
+  const uint32_t total = WordAt(bytes.data(), 0);
+  const uint32_t count = WordAt(bytes.data(), 4);
   if (total < kPreamble || total > bytes.size()) return fail();
   bytes = bytes.first(total);
   if (count > (total - kPreamble) / kEntryBytes) return fail();
@@ -139,7 +127,7 @@ HRESULT LoadDefinition(std::span<const uint8_t> bytes, int64_t frequency, std::v
       std::u16string name;
       if (hasStrings) {
         if (total - at < 4) return fail();
-        const uint32_t length = WordAt(bytes, at);
+        const uint32_t length = WordAt(bytes.data(), at);
         at += 4;
         if (length > (total - at) / 2) return fail();
         const size_t padded = RoundUp(uint64_t(length) * 2, 4);

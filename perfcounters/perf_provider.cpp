@@ -2,8 +2,6 @@
 // Collection is in perf_collect.cpp.
 #include "perfcounters/perf_provider.h"
 
-#include <algorithm>
-
 #include "perfcounters/perf_titles.h"
 #include "platform/exception.h"
 #include "platform/object.h"
@@ -22,17 +20,6 @@ std::u16string Hex3(WORD language) {
   static const char16_t kDigits[] = u"0123456789abcdef";
   const unsigned v = language & 0x3FF;
   return {kDigits[v >> 8], kDigits[(v >> 4) & 15], kDigits[v & 15]};
-}
-
-// The blank-separated words of a text.
-std::vector<std::u16string_view> Words(std::u16string_view text) {
-  std::vector<std::u16string_view> words;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find(u' ', at), text.size());
-    if (end > at) words.push_back(text.substr(at, end - at));
-    at = end + 1;
-  }
-  return words;
 }
 
 }  // namespace

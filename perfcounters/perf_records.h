@@ -6,9 +6,23 @@
 // here and kept as 32-bit words, as on 64-bit systems.
 #pragma once
 
+#include <bit>
+#include <cstring>
+
 #include "platform/types.h"
 
 namespace zemo {
+
+static_assert(std::endian::native == std::endian::little, "the records' words are read in place");
+
+// The word at any offset of a buffer.
+inline uint32_t WordAt(const uint8_t* bytes, size_t offset) {
+  uint32_t w;
+  std::memcpy(&w, bytes + offset, 4);
+  return w;
+}
+
+inline uint64_t RoundUp(uint64_t v, uint64_t to) { return (v + to - 1) / to * to; }
 
 // One performance object: its header, then its counter definitions, then
 // its instances or its one counter block.

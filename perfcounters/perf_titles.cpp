@@ -7,17 +7,6 @@
 namespace zemo {
 namespace {
 
-// The leading decimal digits of an id, as the platform reads them; an id
-// without digits is 0, a longer one stops at the largest.
-uint64_t IdOf(std::u16string_view text) {
-  uint64_t id = 0;
-  for (char16_t c : text) {
-    if (c < u'0' || c > u'9') break;
-    id = std::min<uint64_t>(id * 10 + (c - u'0'), UINT32_MAX + uint64_t(1));
-  }
-  return id;
-}
-
 void Append(std::u16string& out, std::u16string_view text) {
   out += text;
   out += u'\0';
@@ -64,7 +53,7 @@ HRESULT ReplaceTitles(std::u16string_view list, std::span<const std::u16string> 
       inserted = true;
     };
     for (size_t i = 0; i < texts.size(); i += 2) {
-      const uint64_t id = IdOf(texts[i]);
+      const uint64_t id = DecimalId(texts[i]);
       if (!inserted && id >= first) insertRun();
       if (id >= first && id <= last) continue;
       Append(out, texts[i]);
@@ -77,6 +66,25 @@ HRESULT ReplaceTitles(std::u16string_view list, std::span<const std::u16string> 
     return E_OUTOFMEMORY;
   }
   return S_OK;
+}
+
+std::vector<std::u16string_view> Words(std::u16string_view text) {
+  std::vector<std::u16string_view> words;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find(u' ', at), text.size());
+    if (end > at) words.push_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return words;
+}
+
+uint64_t DecimalId(std::u16string_view text, size_t* digits) {
+  uint64_t id = 0;
+  size_t n = 0;
+  for (; n < text.size() && text[n] >= u'0' && text[n] <= u'9'; ++n)
+    id = std::min<uint64_t>(id * 10 + (text[n] - u'0'), UINT32_MAX + uint64_t(1));
+  if (digits) *digits = n;
+  return id;
 }
 
 }  // namespace zemo

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/types.h"
 
@@ -21,5 +22,12 @@ namespace zemo {
 // terminator, or a run whose ids would pass 2^32.
 HRESULT ReplaceTitles(std::u16string_view list, std::span<const std::u16string> titles, DWORD first, DWORD last,
                       std::u16string& out);
+
+// The blank-separated words of a text (a request, a list of languages).
+std::vector<std::u16string_view> Words(std::u16string_view text);
+
+// A title id as the platform reads it: the text's leading decimal digits
+// (`*digits` of them), at most 2^32; 0 without digits.
+uint64_t DecimalId(std::u16string_view text, size_t* digits = nullptr);
 
 }  // namespace zemo
