@@ -128,6 +128,7 @@ HRESULT DllRegisterServer() {
   }
   // The store finds this module in process by the path its keys name.
   ClassStore::RegisterModule(repl[u"MODULE"], &DllGetClassObject);
+  // Then the performance counters; there are no interface proxies to register.
   return RegisterProviders(PerfProviderTable(), repl[u"MODULE"]);
 }
 

@@ -117,7 +117,7 @@ DWORD PerfProvider::Collect(const char16_t* request, void** data, DWORD* room, D
   DWORD result = 0;
   try {
     if (!OpenPages()) return nothing(0);
-    if (!m_loaded && !LoadMap()) return nothing(0);
+    if ((!m_loaded || m_objects.empty()) && !LoadMap()) return nothing(0);
     // "Global" in any case of letters, or name ids between blanks.
     const std::u16string_view text = request ? request : u"";
     const bool global = WideEqualNoCase(text, u"Global");
