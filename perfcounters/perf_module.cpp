@@ -58,6 +58,12 @@ DWORD CloseProviders(std::span<PerfProvider* const> table) {
 
 extern "C" {
 
+// The device names are not used.
+ZEMO_API DWORD OpenPerfMon(char16_t*) __asm__("_OpenPerfMon_4");
+ZEMO_API DWORD CollectPerfMon(char16_t* request, void** data, DWORD* bytes, DWORD* objects) __asm__(
+    "_CollectPerfMon_16");
+ZEMO_API DWORD ClosePerfMon() __asm__("_ClosePerfMon_0");
+
 DWORD OpenPerfMon(char16_t*) { return 0; }
 
 DWORD CollectPerfMon(char16_t* request, void** data, DWORD* bytes, DWORD* objects) {

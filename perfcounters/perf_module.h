@@ -11,6 +11,7 @@
 // _ClosePerfMon@0), which a linker reads as the start of a symbol version.
 // They are linked as _OpenPerfMon_4 and so on, and the module's dynamic
 // symbol table is given the true names after the link (cmake/rename_exports.cpp).
+// So no program links against them: a monitor finds them with dlsym.
 #pragma once
 
 #include <span>
@@ -39,11 +40,3 @@ DWORD CollectProviders(std::span<PerfProvider* const> table, const char16_t* req
 DWORD CloseProviders(std::span<PerfProvider* const> table);
 
 }  // namespace zemo
-
-extern "C" {
-// The device names are not used. Returns 0.
-ZEMO_API DWORD OpenPerfMon(char16_t* deviceNames) __asm__("_OpenPerfMon_4");
-ZEMO_API DWORD CollectPerfMon(char16_t* request, void** data, DWORD* bytes, DWORD* objects) __asm__(
-    "_CollectPerfMon_16");
-ZEMO_API DWORD ClosePerfMon() __asm__("_ClosePerfMon_0");
-}
