@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "frame/class_table.h"
+#include "perfcounters/perf_module.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
 
@@ -127,10 +128,12 @@ HRESULT DllRegisterServer() {
   }
   // The store finds this module in process by the path its keys name.
   ClassStore::RegisterModule(repl[u"MODULE"], &DllGetClassObject);
-  return S_OK;
+  // Then the performance counters; there are no interface proxies to register.
+  return RegisterProviders(PerfProviderTable(), repl[u"MODULE"]);
 }
 
 HRESULT DllUnregisterServer() {
+  if (HRESULT hr = UnregisterProviders(PerfProviderTable()); FAILED(hr)) return hr;
   auto repl = Replacements();
   auto scripts = Scripts();
   for (auto it = scripts.rbegin(); it != scripts.rend(); ++it) {

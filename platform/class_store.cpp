@@ -43,6 +43,56 @@ const RegistryKey* Find(const RegistryKey& from, std::u16string_view path) {
   return k;
 }
 
+// A root's short name for its short or long name; empty if it is none.
+std::u16string RootName(std::u16string_view name) {
+  static const std::pair<const char16_t*, const char16_t*> kRoots[] = {
+      {u"HKCR", u"HKEY_CLASSES_ROOT"}, {u"HKLM", u"HKEY_LOCAL_MACHINE"}, {u"HKCU", u"HKEY_CURRENT_USER"}};
+  for (auto [shortName, longName] : kRoots)
+    if (WideEqualNoCase(name, shortName) || WideEqualNoCase(name, longName)) return shortName;
+  return {};
+}
+
+constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+
+// The key of a full path, made with the keys above it when `create`; null
+// if it is missing. `hr` says why: an unknown root, or a missing key.
+RegistryKey* FindFull(std::u16string_view path, bool create, HRESULT& hr) {
+  size_t cut = path.find(u'\\');
+  std::u16string root = RootName(path.substr(0, cut));
+  hr = E_INVALIDARG;
+  if (root.empty()) return nullptr;
+  RegistryKey* k = &TheStore().roots.keys[root];
+  path = cut == std::u16string_view::npos ? std::u16string_view() : path.substr(cut + 1);
+  hr = kNotFound;
+  while (!path.empty()) {
+    cut = path.find(u'\\');
+    std::u16string part(path.substr(0, cut));
+    path = cut == std::u16string_view::npos ? std::u16string_view() : path.substr(cut + 1);
+    if (part.empty()) continue;
+    auto it = k->keys.find(part);
+    if (it == k->keys.end()) {
+      if (!create) return nullptr;
+      it = k->keys.emplace(std::move(part), RegistryKey()).first;
+    }
+    k = &it->second;
+  }
+  hr = S_OK;
+  return k;
+}
+
+std::u16string DumpValue(const RegistryValue& v) {
+  static const char16_t kHex[] = u"0123456789abcdef";
+  if (auto text = v.AsText()) return *text;
+  if (auto number = v.AsNumber()) return u"dword:" + FromUtf8(std::to_string(*number));
+  std::u16string out;
+  if (v.type == REG_MULTI_SZ) {
+    for (char16_t c : v.AsUnits()) out += c ? c : u'|';
+    return u"multi:" + out;
+  }
+  for (uint8_t b : v.data) out += {kHex[b >> 4], kHex[b & 15]};
+  return u"hex(" + FromUtf8(std::to_string(v.type)) + u"):" + out;
+}
+
 const RegistryKey* FindClassesRoot(std::u16string_view path) {
   auto& store = TheStore();
   auto it = store.roots.keys.find(u"HKCR");
@@ -94,6 +144,7 @@ class Script {
       if (tok == u"{" || tok == u"}" || tok == u"=") return false;
       std::u16string name = tok;
       std::optional<std::u16string> value;
+      bool isNumber = false;
       size_t save = m_pos;
       std::u16string next;
       bool hasNext = Token(next);
@@ -101,6 +152,8 @@ class Script {
         std::u16string type, text;
         if (!Token(type) || (type != u"s" && type != u"d")) return false;
         if (!Token(text) || text == u"{" || text == u"}") return false;
+        isNumber = type == u"d";
+        if (isNumber && !ParseNumber(text)) return false;
         value = text;
         save = m_pos;
         hasNext = Token(next);
@@ -110,7 +163,7 @@ class Script {
         m_pos = save;
         if (key) {
           if (registering)
-            key->values[name] = *value;
+            key->values[name] = isNumber ? RegistryValue::Number(*ParseNumber(*value)) : RegistryValue::Text(*value);
           else
             key->values.erase(name);
         }
@@ -175,6 +228,27 @@ class Script {
     return Bare(out);
   }
 
+  // A number value: decimal, or hexadecimal after 0x.
+  static std::optional<uint32_t> ParseNumber(std::u16string_view text) {
+    unsigned base = 10;
+    if (text.size() > 2 && text[0] == u'0' && (text[1] == u'x' || text[1] == u'X')) {
+      base = 16;
+      text.remove_prefix(2);
+    }
+    if (text.empty()) return std::nullopt;
+    uint64_t v = 0;
+    for (char16_t c : text) {
+      unsigned d = c >= u'0' && c <= u'9'   ? c - u'0'
+                   : c >= u'a' && c <= u'f' ? c - u'a' + 10
+                   : c >= u'A' && c <= u'F' ? c - u'A' + 10
+                                            : 99;
+      if (d >= base) return std::nullopt;
+      v = v * base + d;
+      if (v > UINT32_MAX) return std::nullopt;
+    }
+    return static_cast<uint32_t>(v);
+  }
+
   bool Bare(std::u16string& out) {
     while (m_pos < m_text.size()) {
       char16_t c = m_text[m_pos];
@@ -226,6 +300,47 @@ std::u16string Replace(std::u16string_view script, const std::map<std::u16string
 
 }  // namespace
 
+RegistryValue RegistryValue::Text(std::u16string_view text, DWORD type) {
+  std::u16string units(text);
+  units += u'\0';
+  return Units(units, type);
+}
+
+RegistryValue RegistryValue::Number(uint32_t value) {
+  return {REG_DWORD, {uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)}};
+}
+
+RegistryValue RegistryValue::Bytes(std::span<const uint8_t> bytes, DWORD type) {
+  return {type, std::vector<uint8_t>(bytes.begin(), bytes.end())};
+}
+
+RegistryValue RegistryValue::Units(std::u16string_view units, DWORD type) {
+  RegistryValue v{type, {}};
+  v.data.reserve(units.size() * 2);
+  for (char16_t c : units) {
+    v.data.push_back(uint8_t(c));
+    v.data.push_back(uint8_t(c >> 8));
+  }
+  return v;
+}
+
+std::optional<std::u16string> RegistryValue::AsText() const {
+  if (type != REG_SZ && type != REG_EXPAND_SZ) return std::nullopt;
+  std::u16string units = AsUnits();
+  return units.substr(0, units.find(u'\0'));
+}
+
+std::optional<uint32_t> RegistryValue::AsNumber() const {
+  if (type != REG_DWORD || data.size() != 4) return std::nullopt;
+  return uint32_t(data[0]) | uint32_t(data[1]) << 8 | uint32_t(data[2]) << 16 | uint32_t(data[3]) << 24;
+}
+
+std::u16string RegistryValue::AsUnits() const {
+  std::u16string units(data.size() / 2, u'\0');
+  for (size_t i = 0; i < units.size(); ++i) units[i] = char16_t(data[2 * i] | data[2 * i + 1] << 8);
+  return units;
+}
+
 bool RegistryKey::NoCase::operator()(const std::u16string& a, const std::u16string& b) const {
   return WideCompareNoCase(a, b) < 0;
 }
@@ -258,12 +373,64 @@ std::optional<std::u16string> ClassStore::ReadValue(std::u16string_view path, st
   if (!k) return std::nullopt;
   auto it = k->values.find(std::u16string(name));
   if (it == k->values.end()) return std::nullopt;
-  return it->second;
+  return it->second.AsText();
 }
 
 bool ClassStore::KeyExists(std::u16string_view path) {
   std::lock_guard<std::mutex> hold(TheStore().lock);
   return FindClassesRoot(path) != nullptr;
+}
+
+HRESULT ClassStore::OpenKey(std::u16string_view path) {
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  FindFull(path, false, hr);
+  return hr;
+}
+
+HRESULT ClassStore::CreateKey(std::u16string_view path) {
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  FindFull(path, true, hr);
+  return hr;
+}
+
+HRESULT ClassStore::QueryValue(std::u16string_view path, std::u16string_view name, RegistryValue& out) {
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  const RegistryKey* k = FindFull(path, false, hr);
+  if (!k) return hr;
+  auto it = k->values.find(std::u16string(name));
+  if (it == k->values.end()) return kNotFound;
+  out = it->second;
+  return S_OK;
+}
+
+HRESULT ClassStore::SetValue(std::u16string_view path, std::u16string_view name, RegistryValue value) {
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  RegistryKey* k = FindFull(path, false, hr);
+  if (!k) return hr;
+  k->values[std::u16string(name)] = std::move(value);
+  return S_OK;
+}
+
+HRESULT ClassStore::DeleteValue(std::u16string_view path, std::u16string_view name) {
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  RegistryKey* k = FindFull(path, false, hr);
+  if (!k) return hr;
+  return k->values.erase(std::u16string(name)) ? S_OK : kNotFound;
+}
+
+HRESULT ClassStore::DeleteKey(std::u16string_view path) {
+  size_t cut = path.rfind(u'\\');
+  if (cut == std::u16string_view::npos) return E_INVALIDARG;  // a root stays
+  std::lock_guard<std::mutex> hold(TheStore().lock);
+  HRESULT hr;
+  RegistryKey* parent = FindFull(path.substr(0, cut), false, hr);
+  if (!parent) return hr;
+  return parent->keys.erase(std::u16string(path.substr(cut + 1))) ? S_OK : kNotFound;
 }
 
 void ClassStore::RegisterModule(const std::u16string& path, DllGetClassObjectFn entry) {
@@ -276,19 +443,19 @@ void ClassStore::UnregisterModule(const std::u16string& path) {
   TheStore().modules.erase(path);
 }
 
-std::vector<std::u16string> ClassStore::Dump() {
+std::vector<std::u16string> ClassStore::Dump(std::u16string_view root) {
   std::vector<std::u16string> lines;
   auto walk = [&](auto&& self, const RegistryKey& k, const std::u16string& path) -> void {
     if (k.defaultValue) lines.push_back(path + u" = " + *k.defaultValue);
-    for (auto& [n, v] : k.values) lines.push_back(path + u" : " + n + u" = " + v);
+    for (auto& [n, v] : k.values) lines.push_back(path + u" : " + n + u" = " + DumpValue(v));
     for (auto& [n, c] : k.keys) {
       lines.push_back(path + u"\\" + n);
       self(self, c, path + u"\\" + n);
     }
   };
   std::lock_guard<std::mutex> hold(TheStore().lock);
-  auto it = TheStore().roots.keys.find(u"HKCR");
-  if (it != TheStore().roots.keys.end()) walk(walk, it->second, u"HKCR");
+  auto it = TheStore().roots.keys.find(std::u16string(root));
+  if (it != TheStore().roots.keys.end()) walk(walk, it->second, it->first);
   return lines;
 }
 

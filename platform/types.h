@@ -71,7 +71,10 @@ inline constexpr HRESULT STG_E_MEDIUMFULL = MakeHr(0x80030070u);
 inline constexpr HRESULT STG_E_ACCESSDENIED = MakeHr(0x80030005u);
 
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_INVALID_DATA = 13;
+inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_MORE_DATA = 234;
 
 // A system error code of 1 or above becomes 0x8007xxxx; below 1 it stays.
 constexpr HRESULT HRESULT_FROM_WIN32(int64_t code) {

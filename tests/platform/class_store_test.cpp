@@ -77,6 +77,7 @@ TEST(ClassStore, MalformedScriptsChangeNothing) {
       u"HKXX { Test.Bad = s 'x' }",           // unknown root
       u"HKCR { Test.Bad = s '%NOSUCH%' }",    // unknown replacement
       u"HKCR { val = s 'x' }",
+      u"HKCR { Test.Bad { val N = d 'ten' } }",  // a number that is none
   };
   for (const char16_t* script : bad) {
     EXPECT_EQ(E_FAIL, ClassStore::RunScript(script, kRepl, true)) << zemo::ToUtf8(script);
@@ -86,6 +87,16 @@ TEST(ClassStore, MalformedScriptsChangeNothing) {
   ASSERT_EQ(S_OK, ClassStore::RunScript(u"HKCR { Test.Quoted = s 'it''s 100%%' }", kRepl, true));
   EXPECT_EQ(u"it's 100%", ClassStore::ReadDefault(u"Test.Quoted"));
   ClassStore::RunScript(u"HKCR { Test.Quoted = s 'x' }", kRepl, false);
+  // A d value is a number, in decimal or hexadecimal.
+  ASSERT_EQ(S_OK, ClassStore::RunScript(u"HKCR { Test.Number { val N = d '0x10' val M = d '42' } }", kRepl, true));
+  zemo::RegistryValue n, m;
+  ASSERT_EQ(S_OK, ClassStore::QueryValue(u"HKCR\\Test.Number", u"N", n));
+  ASSERT_EQ(S_OK, ClassStore::QueryValue(u"HKEY_CLASSES_ROOT\\Test.Number", u"M", m));
+  EXPECT_EQ(16u, n.AsNumber());
+  EXPECT_EQ(42u, m.AsNumber());
+  EXPECT_EQ(std::nullopt, ClassStore::ReadValue(u"Test.Number", u"N"));  // no text
+  ClassStore::RunScript(u"HKCR { Test.Number { } }", kRepl, false);
+  EXPECT_FALSE(ClassStore::KeyExists(u"Test.Number"));
 }
 
 struct IWidget : IUnknown {
