@@ -13,6 +13,7 @@
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
 #include "cli/frame_ring.h"
+#include "cli/node_views.h"
 #include "cli/report.h"
 #include "cli/saving.h"
 #include "platform/clock.h"
@@ -216,6 +217,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
         const LiveOptions* live) {
   Analysis analysis;
   analysis.EnableTiming(output.timing);
+  analysis.SetWindow(output.window);
   std::string error;
   if (!analysis.Start(source.LinkType(), live ? LinkSpeedOf(live->interface) : 0, &error)) {
     Fail(error);
@@ -251,6 +253,15 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
       }
     });
   }
+
+  // A live capture shows the window's top talkers at every tick, as a
+  // line of its own on standard error, beside the report to come.
+  if (live)
+    analysis.OnTick([&](ZemoTime tick) {
+      constexpr size_t kTalkers = 3;
+      std::string line = WindowTickLine(analysis, tick, kTalkers);
+      if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
+    });
 
   SignalBreaks breaks(live ? &source : nullptr);
   ReadOutcome read = Feed(source, analysis, live, output);
