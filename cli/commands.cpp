@@ -286,6 +286,12 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     for (const std::string& name : leftOut)
       std::fprintf(stderr, "zemostats: note: %s is left out of the XML save of %s: it has no XML form\n",
                    name.c_str(), save.file.c_str());
+    // The window's XML form is its name alone.
+    if (saved && IsXmlName(save.file))
+      for (const StatisticEntry& s : analysis.Statistics())
+        if (s.selectName == "rollingnodestats")
+          std::fprintf(stderr, "zemostats: note: the XML save of %s keeps no nodes of the window: only the stream "
+                               "form holds them\n", save.file.c_str());
     if (!saved) {
       Fail(error);
       saveFailed = true;

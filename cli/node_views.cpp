@@ -36,6 +36,12 @@ std::string AddressNames::Of(ULONG entity) {
   return id;
 }
 
+bool IsLogicalEntity(IEntityTable* entities, ULONG entity) {
+  BYTE specClass = 0, type = 0;
+  if (!entities || FAILED(entities->GetEntityKind(entity, &specClass, &type))) return false;
+  return std::find(std::begin(kLogicalNodeTypes), std::end(kLogicalNodeTypes), type) != std::end(kLogicalNodeTypes);
+}
+
 namespace {
 
 template <class I>
@@ -120,11 +126,7 @@ std::string WindowTickLine(const Analysis& analysis, ZemoTime tick, size_t talke
   analysis.Context()->GetStartDateTime(&start);
   double covered = view.seconds;
   if (start && tick > start) covered = std::min(covered, std::max(1.0, (tick - start) / 1e9));
-  auto logical = [&](const WindowNode& n) {
-    BYTE specClass = 0, type = 0;
-    if (!view.entities || FAILED(view.entities->GetEntityKind(n.entity, &specClass, &type))) return false;
-    return std::find(std::begin(kLogicalNodeTypes), std::end(kLogicalNodeTypes), type) != std::end(kLogicalNodeTypes);
-  };
+  auto logical = [&](const WindowNode& n) { return IsLogicalEntity(view.entities.Get(), n.entity); };
   std::vector<const WindowNode*> shown;
   const bool anyLogical = std::any_of(view.nodes.begin(), view.nodes.end(), logical);
   for (const WindowNode& n : view.nodes)

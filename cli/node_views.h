@@ -12,9 +12,8 @@
 #include <vector>
 
 #include "cli/analysis.h"
+#include "identity/identity_interfaces.h"
 #include "tables/node_stat.h"
-
-struct IEntityTable;
 
 namespace zemo {
 class CEntityText;
@@ -41,6 +40,9 @@ class AddressNames {
  private:
   std::unique_ptr<CEntityText> m_text;
 };
+
+// Whether an entity is a logical address (IP and the like).
+bool IsLogicalEntity(IEntityTable* entities, ULONG entity);
 
 // The merged records of the window, as the statistic holds them.
 struct WindowNode {

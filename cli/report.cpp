@@ -693,12 +693,6 @@ void PrintTraffic(std::FILE* out, const Analysis& analysis) {
   PrintTable(out, {"From", "kbit/s", ""}, rows, {false, true, false});
 }
 
-bool IsLogicalEntity(IEntityTable* entities, ULONG entity) {
-  BYTE specClass = 0, type = 0;
-  if (!entities || FAILED(entities->GetEntityKind(entity, &specClass, &type))) return false;
-  return std::find(std::begin(kLogicalNodeTypes), std::end(kLogicalNodeTypes), type) != std::end(kLogicalNodeTypes);
-}
-
 // The heaviest nodes of the window, physical and logical apart, with their
 // rate over the part of the window the capture covered.
 void PrintWindow(std::FILE* out, const Analysis& analysis, size_t top) {
