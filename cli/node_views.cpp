@@ -42,6 +42,12 @@ bool IsLogicalEntity(IEntityTable* entities, ULONG entity) {
   return std::find(std::begin(kLogicalNodeTypes), std::end(kLogicalNodeTypes), type) != std::end(kLogicalNodeTypes);
 }
 
+bool IsGroupEntity(IEntityTable* entities, ULONG entity) {
+  MediaSpec spec{};
+  if (!entities || FAILED(entities->GetEntity(entity, &spec, nullptr))) return false;
+  return IsBroadcast(spec) || IsMulticast(spec);
+}
+
 namespace {
 
 template <class I>
@@ -85,7 +91,8 @@ bool ReadHostsBehind(const Analysis& analysis, HostsBehind* hosts) {
     if (FAILED(tree->GetNodeEntry(i, &e))) return false;
     const uint64_t bytes = e.Stat.BytesSent + e.Stat.BytesReceived;
     if (e.LogicalIndex == kNoRecord)
-      hosts->physical.push_back({e.PhysicalIndex, e.Stat.PacketsSent + e.Stat.PacketsReceived, bytes, 0, 0});
+      hosts->physical.push_back({e.PhysicalIndex, e.Stat.PacketsSent + e.Stat.PacketsReceived, bytes, 0, 0,
+                                 IsGroupEntity(hosts->entities.Get(), e.PhysicalIndex)});
     else
       hosts->pairs.push_back({e.PhysicalIndex, e.LogicalIndex, bytes});
   }
@@ -102,7 +109,9 @@ bool ReadHostsBehind(const Analysis& analysis, HostsBehind* hosts) {
   // The reverse: group the pairs by logical address, in a copy of their keys.
   std::vector<std::pair<ULONG, ULONG>> reverse;
   reverse.reserve(hosts->pairs.size());
-  for (const HostPair& p : hosts->pairs) reverse.emplace_back(p.logical, p.physical);
+  for (const HostsBehind::Physical& p : hosts->physical)
+    for (size_t i = 0; i < p.pairCount && !p.group; ++i)
+      reverse.emplace_back(hosts->pairs[p.firstPair + i].logical, p.entity);
   std::sort(reverse.begin(), reverse.end());
   for (size_t i = 0; i < reverse.size();) {
     size_t end = i;

@@ -41,8 +41,10 @@ class AddressNames {
   std::unique_ptr<CEntityText> m_text;
 };
 
-// Whether an entity is a logical address (IP and the like).
+// Whether an entity is a logical address (IP and the like); whether it is a
+// broadcast or multicast address.
 bool IsLogicalEntity(IEntityTable* entities, ULONG entity);
+bool IsGroupEntity(IEntityTable* entities, ULONG entity);
 
 // The merged records of the window, as the statistic holds them.
 struct WindowNode {
@@ -72,9 +74,12 @@ struct HostsBehind {
     ULONG entity;
     uint64_t packets, bytes;
     size_t firstPair, pairCount;  // its range in pairs
+    bool group;  // a broadcast or multicast address
   };
   std::vector<Physical> physical;
-  // Logical addresses seen behind two or more physical ones, each with those.
+  // Logical addresses seen behind two or more unicast physical ones, each
+  // with those: a broadcast or multicast destination carries whatever its
+  // packets were addressed to, and is no host.
   struct Shared {
     ULONG logical;
     std::vector<ULONG> physical;

@@ -557,7 +557,7 @@ void WriteHostsJson(JsonOut& out, const Analysis& analysis) {
     t += first ? "\n      {\"address\": " : ",\n      {\"address\": ";
     first = false;
     AppendJsonString(t, names.Of(p.entity));
-    t += ", \"packets\": ";
+    t += p.group ? ", \"group\": true, \"packets\": " : ", \"group\": false, \"packets\": ";
     AppendNumber(t, p.packets);
     t += ", \"bytes\": ";
     AppendNumber(t, p.bytes);
@@ -751,13 +751,14 @@ void PrintHostsBehind(std::FILE* out, const Analysis& analysis, size_t top) {
   AddressNames names(hosts.entities.Get());
   std::vector<const HostsBehind::Physical*> carriers;
   for (const HostsBehind::Physical& p : hosts.physical)
-    if (p.pairCount) carriers.push_back(&p);
+    if (p.pairCount && !p.group) carriers.push_back(&p);
   const size_t n = std::min(top, carriers.size());
   std::partial_sort(carriers.begin(), carriers.begin() + static_cast<std::ptrdiff_t>(n), carriers.end(),
                     [](const HostsBehind::Physical* a, const HostsBehind::Physical* b) {
                       return a->pairCount != b->pairCount ? a->pairCount > b->pairCount : a->bytes > b->bytes;
                     });
-  std::fprintf(out, "\nHosts behind addresses (%zu physical addresses carried logical ones)\n", carriers.size());
+  std::fprintf(out, "\nHosts behind addresses (%zu unicast physical addresses carried logical ones)\n",
+               carriers.size());
   if (!n) {
     std::fprintf(out, "  (no logical address was seen behind a physical one)\n");
   } else {

@@ -257,7 +257,7 @@ TEST_F(GeneratedSample, HostsBehindAddressesAndTheWindowAgreeWithTheRecord) {
     for (auto [mac, ip] : {std::pair{MacText(g.sourceMac), IpText(g, true)},
                            std::pair{MacText(g.destinationMac), IpText(g, false)}}) {
       behind[mac].insert(ip);
-      macsOf[ip].insert(mac);
+      if (!(std::stoi(mac.substr(0, 2), nullptr, 16) & 1)) macsOf[ip].insert(mac);  // unicast MACs only
     }
     if ((g.time - t0) / 1000000000ull + 5 < lastBucket) continue;
     ++inWindow;
@@ -279,7 +279,6 @@ TEST_F(GeneratedSample, HostsBehindAddressesAndTheWindowAgreeWithTheRecord) {
     if (macs.size() > 1) several[ip] = macs;
   for (const json& l : hosts["logical_behind_several"])
     for (const json& mac : l["physical"]) gotSeveral[l["address"].get<std::string>()].insert(mac.get<std::string>());
-  EXPECT_FALSE(several.empty());  // the broadcast addresses at least
   EXPECT_EQ(several, gotSeveral);
 
   const json& ring = doc["statistics"]["rollingnodestats"];
