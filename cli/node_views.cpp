@@ -12,8 +12,13 @@ namespace zemo::cli {
 
 WindowShape WindowShapeFor(uint32_t seconds) {
   seconds = std::max<uint32_t>(seconds, 1);
-  const uint32_t buckets = std::min<uint32_t>(RollingNodeStats::kDefaultBuckets, seconds);
-  return {static_cast<LONG>(buckets), static_cast<LONG>((seconds + buckets - 1) / buckets)};
+  // Exactly the length asked for when four to six buckets divide it, else
+  // six buckets a little longer together.
+  constexpr uint32_t kMost = RollingNodeStats::kDefaultBuckets;
+  for (uint32_t buckets = kMost; buckets >= kMost - 2; --buckets)
+    if (seconds % buckets == 0) return {LONG(buckets), LONG(seconds / buckets)};
+  const uint32_t buckets = std::min(kMost, seconds);
+  return {LONG(buckets), LONG((seconds + buckets - 1) / buckets)};
 }
 
 AddressNames::AddressNames(IEntityTable* entities) {

@@ -21,8 +21,9 @@ class CEntityText;
 
 namespace zemo::cli {
 
-// The shape of the rolling window a run keeps for --window SECONDS: up to
-// six buckets, each of whole seconds, together at least SECONDS long.
+// The shape of the rolling window a run keeps for --window SECONDS: four to
+// six buckets of whole seconds that make SECONDS exactly when there are
+// such, else six together a little longer (fewer for under six seconds).
 struct WindowShape {
   LONG buckets;
   LONG bucketSeconds;
