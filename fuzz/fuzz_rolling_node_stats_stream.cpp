@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Require(object.As(&nodes) == S_OK);
   ULONG count = 0;
   Require(nodes->GetNodeCount(&count) == S_OK);
-  Require(size >= 4 + size_t{count} * 108);
+  Require(count == 0 || size >= 4 + size_t{count} * 108);
   for (ULONG i = 0; i < count; ++i) {
     ZemoNodeStatEntry e{};
     Require(nodes->GetNodeEntry(i, &e) == S_OK);
