@@ -22,6 +22,7 @@
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
+#include "engine/proto_specs.h"
 #include "frame/clsids.h"
 #include "frame/module.h"
 #include "tables/node_stats_hierarchy.h"
