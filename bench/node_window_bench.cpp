@@ -36,20 +36,35 @@ constexpr ZemoTime kT0 = 130000000000000000ull;
 constexpr ZemoTime kSecond = 1000000000ull;
 constexpr ZemoTime kBucket = 300 * kSecond;
 
+// The hosts of a run and the packet sent between them.
 struct Hosts {
   explicit Hosts(uint32_t n) : macs(n), ips(n) {
     for (uint32_t i = 0; i < n; ++i) {
       macs[i] = bench::HostMac(i);
       ips[i] = bench::HostIp(i);
     }
+    packet.Length(512).Layers({proto::kEthernetII, proto::kIpv4, proto::kTcp});
   }
   // A packet from host `from` to host `to` at time t into target.
-  HRESULT Send(PacketBuilder& p, IProcessPacket* target, uint32_t from, uint32_t to, ZemoTime t) {
-    p.Time(t);
-    bench::SetHosts(p.Target(), macs[from], ips[from], macs[to], ips[to]);
-    return target->ProcessPacket(p.Get());
+  HRESULT Send(IProcessPacket* target, uint32_t from, uint32_t to, ZemoTime t) {
+    packet.Time(t);
+    bench::SetHosts(packet.Target(), macs[from], ips[from], macs[to], ips[to]);
+    return target->ProcessPacket(packet.Get());
+  }
+  // Every host to its neighbour at time t: both addresses of every host in the tables.
+  void Fill(IProcessPacket* target, ZemoTime t) {
+    const auto n = static_cast<uint32_t>(macs.size());
+    for (uint32_t i = 0; i < n; ++i) Send(target, i, (i + 1) % n, t);
   }
   std::vector<MediaSpec> macs, ips;
+  PacketBuilder packet;
+};
+
+// A context holding only a RollingNodeStats of the default shape.
+struct Ring {
+  Ring() { context->AddStats(CLSID_RollingNodeStats, ring.Get()); }
+  ComPtr<StatsContext> context = StatsContext::Create();
+  ComPtr<RollingNodeStats> ring = RollingNodeStats::Create();
 };
 
 bool Ready(benchmark::State& state) {
@@ -73,9 +88,7 @@ void BM_NodeClassPacket(benchmark::State& state) {
   else
     stats = NodeStatsHierarchy::Create();
   context->AddStats(rolling ? CLSID_RollingNodeStats : CLSID_NodeStatsHierarchy, stats.Get());
-  PacketBuilder p;
-  p.Length(512).Layers({proto::kEthernetII, proto::kIpv4, proto::kTcp});
-  for (uint32_t i = 0; i < hosts; ++i) h.Send(p, context.Get(), i, (i + 1) % hosts, kT0);
+  h.Fill(context.Get(), kT0);
 
   ULONG count = 0;
   if (rolling) {
@@ -96,7 +109,7 @@ void BM_NodeClassPacket(benchmark::State& state) {
   size_t next = 0;
   for (auto _ : state) {
     const auto& [from, to] = order[next];
-    benchmark::DoNotOptimize(h.Send(p, context.Get(), from, to, kT0 + kSecond));
+    benchmark::DoNotOptimize(h.Send(context.Get(), from, to, kT0 + kSecond));
     next = (next + 1) & (order.size() - 1);
   }
   state.SetItemsProcessed(state.iterations());
@@ -108,24 +121,18 @@ BENCHMARK(BM_NodeClassPacket)
 
 void BM_RollingWindowMove(benchmark::State& state) {
   if (!Ready(state)) return;
-  const auto nodes = static_cast<uint32_t>(state.range(0));
-  const uint32_t hosts = nodes / 2;
-  Hosts h(hosts);
-  auto context = StatsContext::Create();
-  auto ring = RollingNodeStats::Create();
-  context->AddStats(CLSID_RollingNodeStats, ring.Get());
-  ComPtr<IProcessPacket> packets = ring.Query<IProcessPacket>();
-  PacketBuilder p;
-  p.Length(512).Layers({proto::kEthernetII, proto::kIpv4, proto::kTcp});
+  Hosts h(static_cast<uint32_t>(state.range(0)) / 2);
+  Ring r;
+  ComPtr<IProcessPacket> packets = r.ring.Query<IProcessPacket>();
   ZemoTime slot = kT0;
   for (auto _ : state) {
     // The bucket the ring enters next is filled a whole turn before.
     state.PauseTiming();
-    for (uint32_t i = 0; i < hosts; ++i) h.Send(p, packets.Get(), i, (i + 1) % hosts, slot);
-    for (int s = 1; s < RollingNodeStats::kDefaultBuckets; ++s) h.Send(p, packets.Get(), 0, 1, slot + s * kBucket);
+    h.Fill(packets.Get(), slot);
+    for (int s = 1; s < RollingNodeStats::kDefaultBuckets; ++s) h.Send(packets.Get(), 0, 1, slot + s * kBucket);
     slot += RollingNodeStats::kDefaultBuckets * kBucket;
     state.ResumeTiming();
-    benchmark::DoNotOptimize(h.Send(p, packets.Get(), 0, 1, slot));
+    benchmark::DoNotOptimize(h.Send(packets.Get(), 0, 1, slot));
   }
   state.SetItemsProcessed(state.iterations());
 }
@@ -134,15 +141,10 @@ BENCHMARK(BM_RollingWindowMove)->ArgNames({"nodes"})->Arg(10000)->Iterations(200
 void BM_RollingRebuild(benchmark::State& state) {
   if (!Ready(state)) return;
   const auto nodes = static_cast<uint32_t>(state.range(0));
-  const uint32_t hosts = nodes / 2;
-  Hosts h(hosts);
-  auto context = StatsContext::Create();
-  auto ring = RollingNodeStats::Create();
-  context->AddStats(CLSID_RollingNodeStats, ring.Get());
-  PacketBuilder p;
-  p.Length(512).Layers({proto::kEthernetII, proto::kIpv4, proto::kTcp});
-  for (int s = 0; s < RollingNodeStats::kDefaultBuckets; ++s)
-    for (uint32_t i = 0; i < hosts; ++i) h.Send(p, context.Get(), i, (i + 1) % hosts, kT0 + s * kBucket);
+  Hosts h(nodes / 2);
+  Ring r;
+  for (int s = 0; s < RollingNodeStats::kDefaultBuckets; ++s) h.Fill(r.context.Get(), kT0 + s * kBucket);
+  auto& ring = r.ring;
   for (auto _ : state) benchmark::DoNotOptimize(ring->Rebuild());
   ULONG count = 0;
   ring->GetNodeCount(&count);

@@ -48,21 +48,12 @@ constexpr TableColumn kColumns[] = {
 
 }  // namespace
 
-HRESULT NodeStats::GetEntityTable(IEntityTable** table) {
-  return Locked([&] {
-    CheckOut(table);
-    m_entities.CopyTo(table);
-  });
-}
+HRESULT NodeStats::GetEntityTable(IEntityTable** table) { return EntityTableOut(table); }
 
 HRESULT NodeStats::GetNodeCount(ULONG* count) { return RecordCount(count); }
 
-HRESULT NodeStats::GetPhysicalNodeCount(ULONG* count) {
-  return Locked([&] { CountEntityTypes(m_entities.Get(), kPhysicalNodeTypes, count); });
-}
-HRESULT NodeStats::GetLogicalNodeCount(ULONG* count) {
-  return Locked([&] { CountEntityTypes(m_entities.Get(), kLogicalNodeTypes, count); });
-}
+HRESULT NodeStats::GetPhysicalNodeCount(ULONG* count) { return EntityTypeCount(kPhysicalNodeTypes, count); }
+HRESULT NodeStats::GetLogicalNodeCount(ULONG* count) { return EntityTypeCount(kLogicalNodeTypes, count); }
 
 HRESULT NodeStats::GetNodeIndex(ULONG entityIndex, ULONG* recordIndex, BOOL* found) {
   return RecordIndex(entityIndex, recordIndex, found);

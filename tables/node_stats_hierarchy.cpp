@@ -22,21 +22,12 @@ constexpr TableColumn kColumns[] = {
 
 // ---- INodeStatsHierarchy -----------------------------------------------------
 
-HRESULT NodeStatsHierarchy::GetEntityTable(IEntityTable** table) {
-  return Locked([&] {
-    CheckOut(table);
-    m_entities.CopyTo(table);
-  });
-}
+HRESULT NodeStatsHierarchy::GetEntityTable(IEntityTable** table) { return EntityTableOut(table); }
 
 HRESULT NodeStatsHierarchy::GetNodeCount(ULONG* count) { return RecordCount(count); }
 
-HRESULT NodeStatsHierarchy::GetPhysicalNodeCount(ULONG* count) {
-  return Locked([&] { CountEntityTypes(m_entities.Get(), kPhysicalNodeTypes, count); });
-}
-HRESULT NodeStatsHierarchy::GetLogicalNodeCount(ULONG* count) {
-  return Locked([&] { CountEntityTypes(m_entities.Get(), kLogicalNodeTypes, count); });
-}
+HRESULT NodeStatsHierarchy::GetPhysicalNodeCount(ULONG* count) { return EntityTypeCount(kPhysicalNodeTypes, count); }
+HRESULT NodeStatsHierarchy::GetLogicalNodeCount(ULONG* count) { return EntityTypeCount(kLogicalNodeTypes, count); }
 
 HRESULT NodeStatsHierarchy::GetNodeIndex(ULONG physicalIndex, ULONG logicalIndex, ULONG* recordIndex, BOOL* found) {
   if (physicalIndex != kNoRecord) return RecordIndex(Traits::MakeKey(physicalIndex, logicalIndex), recordIndex, found);
