@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "cli/node_views.h"
 #include "cli/saving.h"
 #include "engine/engine.h"
 #include "frame/class_table.h"
@@ -15,6 +16,7 @@
 #include "frame/persist_interfaces.h"
 #include "platform/class_store.h"
 #include "platform/strings.h"
+#include "tables/rolling_node_stats.h"
 
 namespace zemo::cli {
 namespace {
@@ -128,15 +130,25 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
   // Every class the module serves and that is a statistic joins the context,
   // under its class identifier. Classes not built yet fail creation and are
   // passed over, and so are the classes that are no statistics.
+  // The rolling window is made in the shape asked for, which its
+  // interfaces cannot change.
   for (const ClassInfo& row : ClassTable()) {
     if (row.clsid == CLSID_StatsContext) continue;
     ComPtr<IZemoStats> stats;
-    if (FAILED(CoCreateInstance(row.clsid, nullptr, CLSCTX_INPROC_SERVER, IZemoStats::iid, stats.OutVoid()))) continue;
+    HRESULT hr;
+    if (row.clsid == CLSID_RollingNodeStats && m_window) {
+      WindowShape shape = WindowShapeFor(m_window);
+      hr = RollingNodeStats::CreateObject(IZemoStats::iid, stats.OutVoid(), shape.buckets, shape.bucketSeconds);
+    } else {
+      hr = CoCreateInstance(row.clsid, nullptr, CLSCTX_INPROC_SERVER, IZemoStats::iid, stats.OutVoid());
+    }
+    if (FAILED(hr)) continue;
     m_context->AddStats(row.clsid, stats.Get());
   }
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
   CheckHr(m_context.As(&m_time));
+  m_context.As(&m_events);
   return true;
 }
 
@@ -154,7 +166,7 @@ bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string
 void Analysis::TickTo(uint64_t second) {
   uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
   for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
-  if (m_onTick) m_onTick(second * kSecond);
+  for (const auto& hook : m_onTick) hook(second * kSecond);
 }
 
 void Analysis::Decode(const CaptureFrame& frame, DecodedFrame& out) const {
@@ -173,7 +185,10 @@ void Analysis::Process(const DecodedFrame& decoded) {
     m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
     m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
     m_secondPackets = m_secondBytes = 0;
-    if (m_second) TickTo(second);
+    if (m_second)
+      TickTo(second);
+    else
+      if (m_events) m_events->OnStartProcessing(frame.time);
     m_second = second;
   }
   ++m_secondPackets;
@@ -204,6 +219,7 @@ void Analysis::Finish() {
   m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
   m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
   if (m_facts.frames && m_time) m_time->ProcessTime(m_lastTime);
+  if (m_events) m_events->OnStopProcessing(m_lastTime);
 }
 
 }  // namespace zemo::cli

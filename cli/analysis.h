@@ -60,9 +60,14 @@ class Analysis {
   bool StartFromSaves(const std::vector<std::string>& paths, std::string* error);
   bool FromSaves() const { return m_fromSaves; }
 
-  // Called after the context's tick of each new second (the last second
-  // of a gap), never on the packet path.
-  void OnTick(std::function<void(ZemoTime)> hook) { m_onTick = std::move(hook); }
+  // The length in seconds of the moving window of RollingNodeStats, before
+  // Start; the ring's default when not set.
+  void SetWindow(uint32_t seconds) { m_window = seconds; }
+
+  // Adds a hook called after the context's tick of each new second (the
+  // last second of a gap), never on the packet path; hooks run in the
+  // order they were added.
+  void OnTick(std::function<void(ZemoTime)> hook) { m_onTick.push_back(std::move(hook)); }
 
   // Copies the frame and decodes it into out, on whatever thread reads the
   // capture; touches nothing of the analysis but the decoder, which only
@@ -73,7 +78,7 @@ class Analysis {
   void Process(const DecodedFrame& decoded);
   // Ticks for the seconds up to now, without a packet (a quiet live capture).
   void Idle(ZemoTime now);
-  // The last tick.
+  // The last tick, then the end of processing, which rebuilds the window.
   void Finish();
 
   void EnableTiming(bool on) { m_timing = on; }
@@ -101,6 +106,7 @@ class Analysis {
   ComPtr<IZemoStatsContext> m_context;
   ComPtr<IProcessPacket> m_process;
   ComPtr<IProcessTime> m_time;
+  ComPtr<IPacketProcessorEvents> m_events;  // null from saves
   std::vector<StatisticEntry> m_statistics;
   RunFacts m_facts;
   ZemoTime m_lastTime = 0;
@@ -108,7 +114,8 @@ class Analysis {
   uint64_t m_secondPackets = 0, m_secondBytes = 0;
   bool m_timing = false;
   bool m_fromSaves = false;
-  std::function<void(ZemoTime)> m_onTick;
+  uint32_t m_window = 0;  // 0: the ring's own shape
+  std::vector<std::function<void(ZemoTime)>> m_onTick;
 };
 
 // The class of a statistic, by GetClassID of whichever persistence

@@ -13,6 +13,7 @@
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
 #include "cli/frame_ring.h"
+#include "cli/node_views.h"
 #include "cli/report.h"
 #include "cli/saving.h"
 #include "platform/clock.h"
@@ -216,6 +217,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
         const LiveOptions* live) {
   Analysis analysis;
   analysis.EnableTiming(output.timing);
+  analysis.SetWindow(output.window);
   std::string error;
   if (!analysis.Start(source.LinkType(), live ? LinkSpeedOf(live->interface) : 0, &error)) {
     Fail(error);
@@ -252,6 +254,15 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     });
   }
 
+  // A live capture shows the window's top talkers at every tick, as a
+  // line of its own on standard error, beside the report to come.
+  if (live)
+    analysis.OnTick([&](ZemoTime tick) {
+      constexpr size_t kTalkers = 3;
+      std::string line = WindowTickLine(analysis, tick, kTalkers);
+      if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
+    });
+
   SignalBreaks breaks(live ? &source : nullptr);
   ReadOutcome read = Feed(source, analysis, live, output);
   analysis.AddReadTimes(read.readNs, read.decodeNs);
@@ -275,6 +286,12 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     for (const std::string& name : leftOut)
       std::fprintf(stderr, "zemostats: note: %s is left out of the XML save of %s: it has no XML form\n",
                    name.c_str(), save.file.c_str());
+    // The window's XML form is its name alone.
+    if (saved && IsXmlName(save.file))
+      for (const StatisticEntry& s : analysis.Statistics())
+        if (s.selectName == "rollingnodestats")
+          std::fprintf(stderr, "zemostats: note: the XML save of %s keeps no nodes of the window: only the stream "
+                               "form holds them\n", save.file.c_str());
     if (!saved) {
       Fail(error);
       saveFailed = true;

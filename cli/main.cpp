@@ -23,6 +23,13 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
                       "1: read, decode and count on one thread; 2 (the default): read and decode on a second")
       ->check(CLI::Range(1, 2))
       ->option_text("N");
+  command
+      ->add_option("--window", output.window,
+                   "Length of the moving window whose top nodes the report gives (default 1800, the last half "
+                   "hour), kept in up to six buckets of whole seconds; a live capture prints the window's top "
+                   "talkers every second")
+      ->check(CLI::Range(1, 30 * 86400))
+      ->option_text("SECONDS");
   command->add_option("--save", save.file,
                       "After the run, save the whole statistics context to FILE: XML if its name ends in .xml "
                       "(without the dashboard, which has no XML form), else the binary stream form")

@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/node_views.h"
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
 #include "network/history_stats.h"
@@ -117,13 +118,6 @@ std::string Fixed(double v, int decimals) {
   char buf[64];
   std::snprintf(buf, sizeof buf, "%.*f", decimals, v);
   return buf;
-}
-
-std::string Bits(double bitsPerSecond) {
-  if (bitsPerSecond >= 1e9) return Fixed(bitsPerSecond / 1e9, 2) + " Gbit/s";
-  if (bitsPerSecond >= 1e6) return Fixed(bitsPerSecond / 1e6, 2) + " Mbit/s";
-  if (bitsPerSecond >= 1e3) return Fixed(bitsPerSecond / 1e3, 2) + " kbit/s";
-  return Fixed(bitsPerSecond, 0) + " bit/s";
 }
 
 // A table printed in aligned columns: numbers to the right, text to the left.
@@ -257,9 +251,9 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
     row("Duration", Fixed(t.duration / 1e9, 3) + " s");
     double seconds = t.duration / 1e9;
     if (seconds > 0)
-      row("Average rate", Fixed(t.packets / seconds, 1) + " packets/s, " + Bits(t.bytes * 8.0 / seconds));
+      row("Average rate", Fixed(t.packets / seconds, 1) + " packets/s, " + BitRate(t.bytes * 8.0 / seconds));
     if (!analysis.FromSaves())
-      row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + Bits(f.peakBytes * 8.0) + " (busiest second)");
+      row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + BitRate(f.peakBytes * 8.0) + " (busiest second)");
   }
   if (analysis.FromSaves()) std::fprintf(out, "  (a saved context keeps neither the link type nor the peak rate)\n");
 }
@@ -310,6 +304,13 @@ bool TableReader::ViewThroughInterfaces(size_t row, std::vector<CVariant>& cells
       views[i].text = std::u16string_view(cells[i].bstrVal, SysStringLen(cells[i].bstrVal));
   }
   return true;
+}
+
+std::string BitRate(double bitsPerSecond) {
+  if (bitsPerSecond >= 1e9) return Fixed(bitsPerSecond / 1e9, 2) + " Gbit/s";
+  if (bitsPerSecond >= 1e6) return Fixed(bitsPerSecond / 1e6, 2) + " Mbit/s";
+  if (bitsPerSecond >= 1e3) return Fixed(bitsPerSecond / 1e3, 2) + " kbit/s";
+  return Fixed(bitsPerSecond, 0) + " bit/s";
 }
 
 std::string CellText(const DataCellView& cell) {
@@ -516,6 +517,76 @@ void WriteRows(JsonOut& out, const std::vector<std::string>& columns, RowsFn&& r
   t += first ? "]" : "\n      ]";
 }
 
+// The window's rows, in the columns of its result table, from its records
+// as they stand, so that a loaded save is not rebuilt away.
+void WriteWindowJson(JsonOut& out, const Analysis& analysis) {
+  WindowView view;
+  ReadWindow(analysis, &view);
+  AddressNames names(view.entities.Get());
+  out.Text() += "      \"window_seconds\": " + std::to_string(view.seconds) + ",\n      \"bucket_count\": " +
+                std::to_string(view.buckets) + ",\n      \"bucket_seconds\": " + std::to_string(view.bucketSeconds) +
+                ",\n";
+  WriteRows(out,
+            {"Node", "PacketsReceived", "PacketsSent", "BytesReceived", "BytesSent", "MulticastPackets",
+             "MulticastBytes", "BroadcastPackets", "BroadcastBytes", "EntityIndex"},
+            [&](auto&& row) {
+              for (const WindowNode& n : view.nodes)
+                row([&](std::string& text) {
+                  const ZemoNodeStat& s = n.stat;
+                  AppendJsonString(text, names.Of(n.entity));
+                  for (uint64_t v : {s.PacketsReceived, s.PacketsSent, s.BytesReceived, s.BytesSent, s.MulticastPackets,
+                                     s.MulticastBytes, s.BroadcastPackets, s.BroadcastBytes, uint64_t{n.entity}}) {
+                    text += ", ";
+                    AppendNumber(text, v);
+                  }
+                });
+            });
+}
+
+// "hosts_behind_addresses": each physical address that carried logical
+// ones, with them, and the logical addresses seen behind several.
+void WriteHostsJson(JsonOut& out, const Analysis& analysis) {
+  HostsBehind hosts;
+  if (!ReadHostsBehind(analysis, &hosts)) return;
+  AddressNames names(hosts.entities.Get());
+  std::string& t = out.Text();
+  t += "  \"hosts_behind_addresses\": {\n    \"physical\": [";
+  bool first = true;
+  for (const HostsBehind::Physical& p : hosts.physical) {
+    if (!p.pairCount) continue;
+    t += first ? "\n      {\"address\": " : ",\n      {\"address\": ";
+    first = false;
+    AppendJsonString(t, names.Of(p.entity));
+    t += p.group ? ", \"group\": true, \"packets\": " : ", \"group\": false, \"packets\": ";
+    AppendNumber(t, p.packets);
+    t += ", \"bytes\": ";
+    AppendNumber(t, p.bytes);
+    t += ", \"logical\": [";
+    for (size_t i = 0; i < p.pairCount; ++i) {
+      if (i) t += ", ";
+      AppendJsonString(t, names.Of(hosts.pairs[p.firstPair + i].logical));
+    }
+    t += "]}";
+    out.MaybeFlush();
+  }
+  t += first ? "],\n" : "\n    ],\n";
+  t += "    \"logical_behind_several\": [";
+  first = true;
+  for (const HostsBehind::Shared& s : hosts.shared) {
+    t += first ? "\n      {\"address\": " : ",\n      {\"address\": ";
+    first = false;
+    AppendJsonString(t, names.Of(s.logical));
+    t += ", \"physical\": [";
+    for (size_t i = 0; i < s.physical.size(); ++i) {
+      if (i) t += ", ";
+      AppendJsonString(t, names.Of(s.physical[i]));
+    }
+    t += "]}";
+    out.MaybeFlush();
+  }
+  t += first ? "]\n  },\n" : "\n    ]\n  },\n";
+}
+
 }  // namespace
 
 void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& info) {
@@ -556,6 +627,12 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
     first = false;
   };
   for (const StatisticEntry& s : analysis.Statistics()) {
+    if (s.selectName == "rollingnodestats") {
+      open(s.selectName);
+      WriteWindowJson(out, analysis);
+      out.Text() += "\n    }";
+      continue;
+    }
     TableReader table;
     if (!s.selectable || !table.Open(s.stats.Get())) continue;
     open(s.selectName);
@@ -586,6 +663,7 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
     out.Text() += "\n    }";
   }
   out.Text() += first ? "},\n" : "\n  },\n";
+  WriteHostsJson(out, analysis);
   out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
 
@@ -613,6 +691,104 @@ void PrintTraffic(std::FILE* out, const Analysis& analysis) {
     rows.push_back({time, Fixed(rate * 8 / 1000, 2),
                     std::string(peak > 0 ? static_cast<size_t>(rate / peak * 40 + 0.5) : 0, '#')});
   PrintTable(out, {"From", "kbit/s", ""}, rows, {false, true, false});
+}
+
+// The heaviest nodes of the window, physical and logical apart, with their
+// rate over the part of the window the capture covered.
+void PrintWindow(std::FILE* out, const Analysis& analysis, size_t top) {
+  WindowView view;
+  if (!ReadWindow(analysis, &view)) return;
+  Totals t = ReadTotals(analysis);
+  double covered = view.seconds;
+  if (t.duration) covered = std::min(covered, std::max(1.0, t.duration / 1e9));
+  AddressNames names(view.entities.Get());
+  for (bool logical : {false, true}) {
+    std::vector<const WindowNode*> nodes;
+    for (const WindowNode& n : view.nodes)
+      if (IsLogicalEntity(view.entities.Get(), n.entity) == logical) nodes.push_back(&n);
+    const size_t n = std::min(top, nodes.size());
+    std::partial_sort(nodes.begin(), nodes.begin() + static_cast<std::ptrdiff_t>(n), nodes.end(),
+                      [](const WindowNode* a, const WindowNode* b) { return a->Bytes() > b->Bytes(); });
+    std::fprintf(out, "\nTop %zu %s nodes of the last %u s (%ld buckets of %ld s)\n", top,
+                 logical ? "logical" : "physical", view.seconds, static_cast<long>(view.buckets),
+                 static_cast<long>(view.bucketSeconds));
+    if (!n) {
+      std::fprintf(out, "  (none in the window)\n");
+      continue;
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (size_t i = 0; i < n; ++i) {
+      const ZemoNodeStat& s = nodes[i]->stat;
+      rows.push_back({names.Of(nodes[i]->entity), std::to_string(s.PacketsSent), std::to_string(s.PacketsReceived),
+                      std::to_string(s.BytesSent), std::to_string(s.BytesReceived),
+                      BitRate(nodes[i]->Bytes() * 8.0 / covered)});
+    }
+    PrintTable(out, {"Node", "Packets sent", "Packets received", "Bytes sent", "Bytes received", "Rate"}, rows,
+               {false, true, true, true, true, true});
+  }
+}
+
+// Logical addresses listed after a physical one: the first few, then how
+// many more.
+std::string LogicalList(const HostsBehind& hosts, const HostsBehind::Physical& p, AddressNames& names) {
+  constexpr size_t kShown = 4;
+  std::vector<const HostPair*> pairs;
+  for (size_t i = 0; i < p.pairCount; ++i) pairs.push_back(&hosts.pairs[p.firstPair + i]);
+  const size_t n = std::min(kShown, pairs.size());
+  std::partial_sort(pairs.begin(), pairs.begin() + static_cast<std::ptrdiff_t>(n), pairs.end(),
+                    [](const HostPair* a, const HostPair* b) { return a->bytes > b->bytes; });
+  std::string text;
+  for (size_t i = 0; i < n; ++i) text += (i ? ", " : "") + names.Of(pairs[i]->logical);
+  if (pairs.size() > n) text += ", and " + std::to_string(pairs.size() - n) + " more";
+  return text;
+}
+
+// Which logical addresses each physical address carried, busiest carriers
+// first, and the logical addresses seen behind more than one.
+void PrintHostsBehind(std::FILE* out, const Analysis& analysis, size_t top) {
+  HostsBehind hosts;
+  if (!ReadHostsBehind(analysis, &hosts)) return;
+  AddressNames names(hosts.entities.Get());
+  std::vector<const HostsBehind::Physical*> carriers;
+  for (const HostsBehind::Physical& p : hosts.physical)
+    if (p.pairCount && !p.group) carriers.push_back(&p);
+  const size_t n = std::min(top, carriers.size());
+  std::partial_sort(carriers.begin(), carriers.begin() + static_cast<std::ptrdiff_t>(n), carriers.end(),
+                    [](const HostsBehind::Physical* a, const HostsBehind::Physical* b) {
+                      return a->pairCount != b->pairCount ? a->pairCount > b->pairCount : a->bytes > b->bytes;
+                    });
+  std::fprintf(out, "\nHosts behind addresses (%zu unicast physical addresses carried logical ones)\n",
+               carriers.size());
+  if (!n) {
+    std::fprintf(out, "  (no logical address was seen behind a physical one)\n");
+  } else {
+    std::vector<std::vector<std::string>> rows;
+    for (size_t i = 0; i < n; ++i)
+      rows.push_back({names.Of(carriers[i]->entity), std::to_string(carriers[i]->pairCount),
+                      std::to_string(carriers[i]->bytes), LogicalList(hosts, *carriers[i], names)});
+    PrintTable(out, {"Physical address", "Logical", "Bytes", "Behind it"}, rows, {false, true, true, false});
+  }
+  std::fprintf(out, "\nLogical addresses behind several physical ones (a router, a proxy ARP or a spoof)\n");
+  if (hosts.shared.empty()) {
+    std::fprintf(out, "  (none: each logical address was seen behind one physical address)\n");
+    return;
+  }
+  std::vector<const HostsBehind::Shared*> shared;
+  for (const HostsBehind::Shared& s : hosts.shared) shared.push_back(&s);
+  const size_t m = std::min(top, shared.size());
+  std::partial_sort(shared.begin(), shared.begin() + static_cast<std::ptrdiff_t>(m), shared.end(),
+                    [](const HostsBehind::Shared* a, const HostsBehind::Shared* b) {
+                      return a->physical.size() > b->physical.size();
+                    });
+  std::vector<std::vector<std::string>> rows;
+  for (size_t i = 0; i < m; ++i) {
+    std::string behind;
+    for (size_t k = 0; k < shared[i]->physical.size() && k < 4; ++k) behind += (k ? ", " : "") + names.Of(shared[i]->physical[k]);
+    if (shared[i]->physical.size() > 4) behind += ", and " + std::to_string(shared[i]->physical.size() - 4) + " more";
+    rows.push_back({names.Of(shared[i]->logical), std::to_string(shared[i]->physical.size()), behind});
+  }
+  PrintTable(out, {"Logical address", "Physical", "Seen behind"}, rows, {false, true, false});
+  if (hosts.shared.size() > m) std::fprintf(out, "  ... %zu more\n", hosts.shared.size() - m);
 }
 
 }  // namespace
@@ -671,6 +847,12 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
               {{"Source", "Source"}, {"Dest", "Destination"}, {"Protocol", "Protocol"}, {"Packets", "Packets"},
                {"Bytes", "Bytes"}});
   });
+  // The two node tables that look past single addresses have sections of
+  // their own, read from their records.
+  PrintWindow(out, analysis, top);
+  PrintHostsBehind(out, analysis, top);
+  shown.push_back("rollingnodestats");
+  shown.push_back("nodestatshierarchy");
   // Every other statistic with a table, as it gives it.
   for (const StatisticEntry& s : analysis.Statistics()) {
     if (!s.selectable || std::find(shown.begin(), shown.end(), s.selectName) != shown.end()) continue;

@@ -76,6 +76,9 @@ std::string CellText(const DataCellView& cell);
 void AppendJsonCell(std::string& out, const VARIANT& cell);
 void AppendJsonCell(std::string& out, const DataCellView& cell);
 
+// A rate for people: "12.34 Mbit/s".
+std::string BitRate(double bitsPerSecond);
+
 // ZemoTime as ISO 8601 in UTC with nanoseconds: 2026-11-23T04:47:21.123456789Z.
 std::string IsoTime(ZemoTime time);
 

@@ -16,7 +16,9 @@
 #include "tables/conversation_stats.h"
 #include "tables/limit_settings.h"
 #include "tables/node_stats.h"
+#include "tables/node_stats_hierarchy.h"
 #include "tables/protocol_stats.h"
+#include "tables/rolling_node_stats.h"
 
 namespace zemo {
 namespace {
@@ -36,14 +38,14 @@ const ClassInfo kClasses[] = {
     {u"HistoryStats", CLSID_HistoryStats, false, &CreateClass<HistoryStats>, {&IID_IHistoryStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
     {u"NetworkStats", CLSID_NetworkStats, false, &CreateClass<NetworkStats>, {&IID_INetworkStats, &IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"NodeStats", CLSID_NodeStats, false, &CreateClass<NodeStats>, {&IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
-    {u"NodeStatsHierarchy", CLSID_NodeStatsHierarchy, false, nullptr, {&IID_INodeStatsHierarchy, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
+    {u"NodeStatsHierarchy", CLSID_NodeStatsHierarchy, false, &CreateClass<NodeStatsHierarchy>, {&IID_INodeStatsHierarchy, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"NodeStatsTracker", CLSID_NodeStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_INodeStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"ZemoStatsContextCollection", CLSID_ZemoStatsContextCollection, true, &CreateClass<ZemoStatsContextCollection>, {&IID_IZemoStatsContextCollection, &IID_IPersistXml}},
     {u"ZemoStatsLimitSettings", CLSID_ZemoStatsLimitSettings, false, &CreateClass<ZemoStatsLimitSettings>, {&IID_IZemoStatsLimitSettings, &IID_IPersistXml}},
     {u"ProtocolStats", CLSID_ProtocolStats, false, &CreateClass<ProtocolStats>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"ProtocolStatsByID", CLSID_ProtocolStatsByID, false, &CreateClass<ProtocolStatsByID>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"ProtocolStatsTracker", CLSID_ProtocolStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_IProtocolStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
-    {u"RollingNodeStats", CLSID_RollingNodeStats, false, nullptr, {&IID_IRollingNodeStats, &IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"RollingNodeStats", CLSID_RollingNodeStats, false, &CreateClass<RollingNodeStats>, {&IID_IRollingNodeStats, &IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"SizeStats", CLSID_SizeStats, false, &CreateClass<SizeStats>, {&IID_ISizeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"StatsContext", CLSID_StatsContext, false, &CreateClass<StatsContext>, {&IID_IZemoStatsContext, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IID_IResetStatistics, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IObjectWithSite::iid, &IID_ISelectableObject, &IID_IUpdateSummaryStats}},
     {u"StatsServer", CLSID_StatsServer, false, nullptr, {&IID_IZemoStatsServer, &IID_IResetProcessing, &IID_IProcessTime, &IID_ISelectableObject}},

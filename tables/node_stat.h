@@ -43,6 +43,11 @@ static_assert(offsetof(ZemoNodeStat, MinPacketSizeSent) == 96 && offsetof(ZemoNo
 
 namespace zemo {
 
+// The entity types counted as physical and as logical addresses, in the
+// order their counts are asked for.
+inline constexpr ULONG kPhysicalNodeTypes[] = {10, 13, 11, 43};
+inline constexpr ULONG kLogicalNodeTypes[] = {21, 20, 24, 22, 25};
+
 // Start values of a zeroed record: minimum sizes above any length.
 inline void StartNodeStat(ZemoNodeStat& s) noexcept {
   s.MinPacketSizeSent = 0xFFFF;

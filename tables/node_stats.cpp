@@ -39,25 +39,6 @@ const char16_t* CNodeUnits::Label(ULONG code) const noexcept {
 
 namespace {
 
-// The entity types counted as physical and as logical addresses, in the
-// order they are asked for.
-constexpr ULONG kPhysicalTypes[] = {10, 13, 11, 43};
-constexpr ULONG kLogicalTypes[] = {21, 20, 24, 22, 25};
-
-// The four addresses in the order a packet is counted: sources before
-// destinations, each destination two places behind the source of its layer.
-enum AddressSlot { kPhysicalSource, kLogicalSource, kPhysicalDestination, kLogicalDestination, kAddressSlots };
-
-void ReadAddress(IPacketAddresses* addresses, HRESULT (IPacketAddresses::*getter)(MediaSpec*), MediaSpec& spec) {
-  spec.fClass = 0;
-  spec.fType = 0;
-  spec.fMask = 0;
-  if (FAILED((addresses->*getter)(&spec))) {
-    spec.fClass = 0;
-    spec.fType = 0;
-  }
-}
-
 constexpr TableColumn kColumns[] = {
     {u"Node", VT_BSTR},           {u"PacketsReceived", VT_UI8}, {u"PacketsSent", VT_UI8},
     {u"BytesReceived", VT_UI8},   {u"BytesSent", VT_UI8},       {u"MulticastPackets", VT_UI8},
@@ -67,31 +48,12 @@ constexpr TableColumn kColumns[] = {
 
 }  // namespace
 
-HRESULT NodeStats::GetEntityTable(IEntityTable** table) {
-  return Locked([&] {
-    CheckOut(table);
-    m_entities.CopyTo(table);
-  });
-}
+HRESULT NodeStats::GetEntityTable(IEntityTable** table) { return EntityTableOut(table); }
 
 HRESULT NodeStats::GetNodeCount(ULONG* count) { return RecordCount(count); }
 
-HRESULT NodeStats::CountEntities(std::span<const ULONG> types, ULONG* count) {
-  return Locked([&] {
-    CheckOut(count);
-    if (!m_entities) AtlThrow(E_FAIL);
-    ULONG sum = 0;
-    for (ULONG type : types) {
-      ULONG n = 0;
-      CheckHr(m_entities->GetCount(type, &n));
-      sum += n;
-    }
-    *count = sum;
-  });
-}
-
-HRESULT NodeStats::GetPhysicalNodeCount(ULONG* count) { return CountEntities(kPhysicalTypes, count); }
-HRESULT NodeStats::GetLogicalNodeCount(ULONG* count) { return CountEntities(kLogicalTypes, count); }
+HRESULT NodeStats::GetPhysicalNodeCount(ULONG* count) { return EntityTypeCount(kPhysicalNodeTypes, count); }
+HRESULT NodeStats::GetLogicalNodeCount(ULONG* count) { return EntityTypeCount(kLogicalNodeTypes, count); }
 
 HRESULT NodeStats::GetNodeIndex(ULONG entityIndex, ULONG* recordIndex, BOOL* found) {
   return RecordIndex(entityIndex, recordIndex, found);
@@ -114,10 +76,7 @@ HRESULT NodeStats::ProcessPacket(IPacket* packet) {
     const USHORT length = basics.length;
 
     MediaSpec spec[kAddressSlots];
-    ReadAddress(addresses, &IPacketAddresses::GetPhysicalSource, spec[kPhysicalSource]);
-    ReadAddress(addresses, &IPacketAddresses::GetLogicalSource, spec[kLogicalSource]);
-    ReadAddress(addresses, &IPacketAddresses::GetPhysicalDestination, spec[kPhysicalDestination]);
-    ReadAddress(addresses, &IPacketAddresses::GetLogicalDestination, spec[kLogicalDestination]);
+    ReadNodeAddresses(addresses, spec);
 
     // Each address is found, counted and possibly added before the next, so
     // a failure keeps what the addresses before it counted.
@@ -156,20 +115,23 @@ HRESULT NodeStats::CreateTracker(VARIANT description, IZemoStatsTracker** tracke
 
 // ---- ISelectableObject -------------------------------------------------------
 
+void NodeTableToResult(const CNodeTable& records, IEntityTable* entities, IDataTable** table) {
+  CheckOut(table);
+  CEntityText names(entities);
+  MakeTable(table, kColumns);
+  TableRows rows(*table);
+  for (uint32_t i = 0, n = records.GetCount(); i < n; ++i) {
+    const ZemoNodeStatEntry& e = records[i];
+    const ZemoNodeStat& s = e.Stat;
+    rows.Add({names.Of(e.EntityIndex), CVariant::UI8(s.PacketsReceived), CVariant::UI8(s.PacketsSent),
+              CVariant::UI8(s.BytesReceived), CVariant::UI8(s.BytesSent), CVariant::UI8(s.MulticastPackets),
+              CVariant::UI8(s.MulticastBytes), CVariant::UI8(s.BroadcastPackets), CVariant::UI8(s.BroadcastBytes),
+              CVariant::UI4(e.EntityIndex)});
+  }
+}
+
 HRESULT NodeStats::GetTable(IDataTable** table) {
-  return Locked([&] {
-    CheckOut(table);
-    CEntityText names(m_entities.Get());
-    MakeTable(table, kColumns);
-    TableRows rows(*table);
-    for (uint32_t i = 0, n = m_table.GetCount(); i < n; ++i) {
-      const ZemoNodeStatEntry& e = m_table[i];
-      const ZemoNodeStat& s = e.Stat;
-      rows.Add({names.Of(e.EntityIndex), CVariant::UI8(s.PacketsReceived), CVariant::UI8(s.PacketsSent), CVariant::UI8(s.BytesReceived),
-                CVariant::UI8(s.BytesSent), CVariant::UI8(s.MulticastPackets), CVariant::UI8(s.MulticastBytes),
-                CVariant::UI8(s.BroadcastPackets), CVariant::UI8(s.BroadcastBytes), CVariant::UI4(e.EntityIndex)});
-    }
-  });
+  return Locked([&] { NodeTableToResult(m_table, m_entities.Get(), table); });
 }
 
 }  // namespace zemo

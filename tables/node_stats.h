@@ -68,6 +68,10 @@ class CNodeUnits {
   Map m_units{257};
 };
 
+// The result table of a node table (ISelectableObject::GetTable): a row for
+// each record in record order, the address as text first. Raises.
+void NodeTableToResult(const CNodeTable& records, IEntityTable* entities, IDataTable** table);
+
 class NodeStats final : public TTableStatistic<NodeStats, CNodeTable, INodeStats, IZemoStatsTrackerFactory> {
  public:
   static constexpr char16_t kStatisticName[] = u"Node Statistics";
@@ -95,9 +99,6 @@ class NodeStats final : public TTableStatistic<NodeStats, CNodeTable, INodeStats
   // ISelectableObject
   HRESULT GetTable(IDataTable** table) override;
 
- private:
-  // The sum of the EntityTable's counts over types.
-  HRESULT CountEntities(std::span<const ULONG> types, ULONG* count);
 };
 
 }  // namespace zemo

@@ -47,10 +47,7 @@ HRESULT TProtocolStats<D, X...>::FinalConstruct() {
 
 template <class D, class... X>
 HRESULT TProtocolStats<D, X...>::GetEntityTable(IEntityTable** table) {
-  return this->Locked([&] {
-    CheckOut(table);
-    m_entities.CopyTo(table);
-  });
+  return this->EntityTableOut(table);
 }
 
 template <class D, class... X>

@@ -138,6 +138,17 @@ class TTableStatistic
     return this->IsPaused() ? S_FALSE : S_OK;
   }
 
+  // The context's entity table, and the sum of its counts over entity types.
+  HRESULT EntityTableOut(IEntityTable** table) {
+    return this->Locked([&] {
+      CheckOut(table);
+      m_entities.CopyTo(table);
+    });
+  }
+  HRESULT EntityTypeCount(std::span<const ULONG> types, ULONG* count) {
+    return this->Locked([&] { CountEntityTypes(m_entities.Get(), types, count); });
+  }
+
   // The plain lookups every table interface has: the record count, a key's
   // record (index kNoRecord and found 0 when absent), and a copy of a record.
   HRESULT RecordCount(ULONG* count) {

@@ -1,15 +1,18 @@
 // Small pieces the table statistics share beyond their record table: the
-// readable text of an entity for result tables, and the document element of
-// a tracker description.
+// readable text of an entity for result tables, the document element of a
+// tracker description, what they read of a packet first, and the counts of
+// entity types.
 #pragma once
 
 #include <deque>
+#include <span>
 
 #include "frame/engine_interfaces.h"
 #include "frame/key_index.h"
 #include "frame/packet.h"
 #include "identity/identity_interfaces.h"
 #include "platform/class_store.h"
+#include "platform/object.h"
 #include "platform/variant.h"
 #include "platform/xml_dom.h"
 
@@ -86,6 +89,42 @@ inline HRESULT ReadPacketBasics(IPacket* packet, PacketBasics& out) {
     if (error) return S_FALSE;
   }
   return S_OK;
+}
+
+// The four addresses of a node table in the order a packet is counted:
+// sources before destinations, each destination two places behind the
+// source of its layer. A getter that fails leaves its address absent
+// (class and type 0).
+enum NodeAddressSlot { kPhysicalSource, kLogicalSource, kPhysicalDestination, kLogicalDestination, kAddressSlots };
+
+inline void ReadNodeAddresses(IPacketAddresses* addresses, MediaSpec (&spec)[kAddressSlots]) {
+  static constexpr HRESULT (IPacketAddresses::*kGetters[kAddressSlots])(MediaSpec*) = {
+      &IPacketAddresses::GetPhysicalSource, &IPacketAddresses::GetLogicalSource,
+      &IPacketAddresses::GetPhysicalDestination, &IPacketAddresses::GetLogicalDestination};
+  for (int slot = 0; slot < kAddressSlots; ++slot) {
+    MediaSpec& s = spec[slot];
+    s.fClass = 0;
+    s.fType = 0;
+    s.fMask = 0;
+    if (FAILED((addresses->*kGetters[slot])(&s))) {
+      s.fClass = 0;
+      s.fType = 0;
+    }
+  }
+}
+
+// The sum of the EntityTable's counts over types, asked in their order;
+// no table raises E_FAIL.
+inline void CountEntityTypes(IEntityTable* entities, std::span<const ULONG> types, ULONG* count) {
+  CheckOut(count);
+  if (!entities) AtlThrow(E_FAIL);
+  ULONG sum = 0;
+  for (ULONG type : types) {
+    ULONG n = 0;
+    CheckHr(entities->GetCount(type, &n));
+    sum += n;
+  }
+  *count = sum;
 }
 
 }  // namespace zemo

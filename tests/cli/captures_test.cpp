@@ -1,5 +1,9 @@
 // Real captures and a live interface through the zemostats program.
 #include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <sstream>
 #include <unistd.h>
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -229,6 +233,33 @@ TEST(ZemostatsLive, StopsCleanlyOnInterruptAndAtItsTimeLimit) {
   EXPECT_EQ(0, timed.exitCode) << timed.err;
   EXPECT_LT(seconds, 10.0);
   EXPECT_GT(json::parse(timed.out)["capture"]["packets"].get<uint64_t>(), 0u);
+}
+
+// Every second of a live capture a line on standard error names the
+// window's top talkers with their rates, as the window's table has them.
+TEST(ZemostatsLive, PrintsTheWindowsTopTalkersEverySecond) {
+  if (geteuid() != 0) GTEST_SKIP() << "a live capture in a network namespace needs root";
+  VethPair veth;
+  if (!veth.Ok()) GTEST_SKIP() << "this machine cannot make a network namespace with a veth pair";
+  Sender sender(veth.Far());
+  RunResult r = RunZemostats({"capture", "-i", veth.Here(), "-G", "4", "--window", "10", "--json"});
+  sender.Stop();
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  json doc = json::parse(r.out);
+  std::set<std::string> nodes;
+  for (const json& row : doc["statistics"]["rollingnodestats"]["rows"]) nodes.insert(row[0].get<std::string>());
+  EXPECT_EQ(10, doc["statistics"]["rollingnodestats"]["window_seconds"]);
+  const std::regex line(R"(^\d\d:\d\d:\d\d  last (\d+) s:  (\S+) [0-9.]+ (k|M|G)?bit/s.*)");
+  int lines = 0;
+  std::istringstream err(r.err);
+  for (std::string text; std::getline(err, text);) {
+    std::smatch m;
+    if (!std::regex_match(text, m, line)) continue;
+    ++lines;
+    EXPECT_LE(std::stoi(m[1]), 10) << text;
+    EXPECT_TRUE(nodes.count(m[2])) << text;
+  }
+  EXPECT_GE(lines, 2) << r.err;
 }
 
 // A live capture saves its context as it goes: the full save and the

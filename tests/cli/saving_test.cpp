@@ -126,9 +126,10 @@ TEST_F(SavedContext, AnXmlSaveLeavesOutOnlyTheDashboard) {
   std::string saved = dir.File("run.XML");
   RunResult run = RunZemostats({"analyze", "--json", "--save", saved, Sample()});
   ASSERT_EQ(0, run.exitCode) << run.err;
-  // One line says what the save leaves out.
-  EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << run.err;
+  // A line says what the save leaves out, and one that the window is empty in it.
+  EXPECT_EQ(2, std::count(run.err.begin(), run.err.end(), '\n')) << run.err;
   EXPECT_NE(std::string::npos, run.err.find("DashboardStats is left out of the XML save of " + saved)) << run.err;
+  EXPECT_NE(std::string::npos, run.err.find("the XML save of " + saved + " keeps no nodes of the window")) << run.err;
   // The dashboard went back into the context with its state: the run's own
   // report still holds its traffic series.
   EXPECT_EQ(Analyzed(), json::parse(run.out));
@@ -143,6 +144,9 @@ TEST_F(SavedContext, AnXmlSaveLeavesOutOnlyTheDashboard) {
   json expected = Analyzed()["statistics"];
   expected.erase("dashboardstats");
   EXPECT_FALSE(doc["statistics"].contains("dashboardstats"));
+  EXPECT_TRUE(doc["statistics"]["rollingnodestats"]["rows"].empty());
+  EXPECT_FALSE(expected["rollingnodestats"]["rows"].empty());
+  expected["rollingnodestats"]["rows"] = json::array();
   EXPECT_EQ(expected, doc["statistics"]);
 
   // Told apart by content, not by name: an XML save under another name

@@ -240,6 +240,63 @@ TEST_F(GeneratedSample, TheJsonDocumentAgreesWithTheRecord) {
   }
 }
 
+// The hosts behind each MAC and the moving window, against the record: the
+// window of 6 s is six buckets of 1 s from the first frame, so at the end it
+// holds the frames of the last six whole seconds the capture reached.
+TEST_F(GeneratedSample, HostsBehindAddressesAndTheWindowAgreeWithTheRecord) {
+  RunResult r = RunZemostats({"analyze", "--json", "--window", "6", SamplePath()});
+  ASSERT_EQ(0, r.exitCode) << r.err;
+  json doc = json::parse(r.out);
+
+  std::map<std::string, std::set<std::string>> behind, macsOf;
+  const uint64_t t0 = Record().front().time;
+  const uint64_t lastBucket = (Record().back().time - t0) / 1000000000ull;
+  std::map<std::string, NodeFigures> window;
+  size_t inWindow = 0;
+  for (const GeneratedFrame& g : Record()) {
+    for (auto [mac, ip] : {std::pair{MacText(g.sourceMac), IpText(g, true)},
+                           std::pair{MacText(g.destinationMac), IpText(g, false)}}) {
+      behind[mac].insert(ip);
+      if (!(std::stoi(mac.substr(0, 2), nullptr, 16) & 1)) macsOf[ip].insert(mac);  // unicast MACs only
+    }
+    if ((g.time - t0) / 1000000000ull + 5 < lastBucket) continue;
+    ++inWindow;
+    for (auto [source, destination] : {std::pair{MacText(g.sourceMac), MacText(g.destinationMac)},
+                                       std::pair{IpText(g, true), IpText(g, false)}}) {
+      window[source].packetsSent++;
+      window[source].bytesSent += g.wireLength;
+      window[destination].packetsReceived++;
+      window[destination].bytesReceived += g.wireLength;
+    }
+  }
+  const json& hosts = doc["hosts_behind_addresses"];
+  std::map<std::string, std::set<std::string>> gotBehind;
+  for (const json& p : hosts["physical"])
+    for (const json& ip : p["logical"]) gotBehind[p["address"].get<std::string>()].insert(ip.get<std::string>());
+  EXPECT_EQ(behind, gotBehind);
+  std::map<std::string, std::set<std::string>> several, gotSeveral;
+  for (const auto& [ip, macs] : macsOf)
+    if (macs.size() > 1) several[ip] = macs;
+  for (const json& l : hosts["logical_behind_several"])
+    for (const json& mac : l["physical"]) gotSeveral[l["address"].get<std::string>()].insert(mac.get<std::string>());
+  EXPECT_EQ(several, gotSeveral);
+
+  const json& ring = doc["statistics"]["rollingnodestats"];
+  EXPECT_EQ(6, ring["window_seconds"]);
+  EXPECT_EQ(1, ring["bucket_seconds"]);
+  std::map<std::string, NodeFigures> got;
+  for (const json& row : ring["rows"])
+    got[row[0].get<std::string>()] = NodeFigures{row[2], row[1], row[4], row[3]};
+  EXPECT_LT(inWindow, Record().size() * 2 / 3);  // the window left the first half behind
+  EXPECT_EQ(window, got);
+
+  RunResult report = RunZemostats({"analyze", "--top", "3", "--window", "6", SamplePath()});
+  ASSERT_EQ(0, report.exitCode) << report.err;
+  for (const char* heading : {"Top 3 logical nodes of the last 6 s (6 buckets of 1 s)", "Hosts behind addresses (",
+                              "Logical addresses behind several physical ones"})
+    EXPECT_NE(std::string::npos, report.out.find(heading)) << heading;
+}
+
 TEST_F(GeneratedSample, TheReportNamesTheCaptureAndItsFigures) {
   RunResult r = RunZemostats({"analyze", "--top", "3", SamplePath()});
   ASSERT_EQ(0, r.exitCode) << r.err;

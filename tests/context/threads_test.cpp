@@ -269,7 +269,7 @@ class ContextThreads : public ::testing::Test {
   void Reset() {
     std::vector<ComPtr<IZemoStats>> own;
     for (const CLSID& clsid : {CLSID_NetworkStats, CLSID_SizeStats, CLSID_ErrorStats, CLSID_NodeStats,
-                               CLSID_ConversationStats})
+                               CLSID_NodeStatsHierarchy, CLSID_RollingNodeStats, CLSID_ConversationStats})
       own.push_back(Stat<IZemoStats>(m_context.Get(), clsid));
     for (uint32_t next = kPacketsPerReset / 4; Running();) {
       if (m_fed.load(std::memory_order_acquire) < next) {

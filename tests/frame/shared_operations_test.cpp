@@ -32,9 +32,9 @@ class BrokenPath final : public zemo::Object<BrokenPath, ISelectParams> {
 };
 
 // The classes whose stream size grows with what they have seen.
-const std::set<std::u16string> kSizeUnknown = {u"ConversationStats", u"EntityTable", u"NodeStats",
-                                               u"ProtocolStats",     u"ProtocolStatsByID", u"StatsContext",
-                                               u"TupleTable"};
+const std::set<std::u16string> kSizeUnknown = {u"ConversationStats", u"EntityTable",      u"NodeStats",
+                                               u"NodeStatsHierarchy", u"ProtocolStats",    u"ProtocolStatsByID",
+                                               u"RollingNodeStats",  u"StatsContext",     u"TupleTable"};
 
 TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
   auto path = BrokenPath::Create();
@@ -69,7 +69,8 @@ struct Leaf {
 };
 const Leaf kLeaves[] = {{u"ConversationStats", u"conversationstats", 0}, {u"ErrorStats", u"errorstats", 0},
                         {u"NetworkStats", u"networkstats", 1},           {u"NodeStats", u"nodestats", 0},
-                        {u"ProtocolStats", u"protocolstats", 0},         {u"ProtocolStatsByID", u"protocolidstats", 0},
+                        {u"NodeStatsHierarchy", u"nodestatshierarchy", 0}, {u"ProtocolStats", u"protocolstats", 0},
+                        {u"ProtocolStatsByID", u"protocolidstats", 0},   {u"RollingNodeStats", u"rollingnodestats", 0},
                         {u"SizeStats", u"sizestats", 1}};
 
 TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {
