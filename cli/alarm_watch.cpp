@@ -275,18 +275,9 @@ bool AlarmWatch::LoadAlarms(const std::string& path, std::string* error) {
   return true;
 }
 
-void AlarmWatch::TrackNode(const std::string& address, const MediaSpec& key) {
+void AlarmWatch::AddTrack(std::string kind, const std::string& name, const MediaSpec& key) {
   Track t;
-  t.kind = "node";
-  t.name = address;
-  t.text = ToUtf8(SpecText(key));
-  t.key = key;
-  m_tracks.push_back(std::move(t));
-}
-
-void AlarmWatch::TrackProtocol(const std::string& name, const MediaSpec& key) {
-  Track t;
-  t.kind = "protocol";
+  t.kind = std::move(kind);
   t.name = name;
   t.text = ToUtf8(SpecText(key));
   t.key = key;

@@ -72,8 +72,8 @@ class AlarmWatch {
   // Loads and checks the collection file; false with one message that names
   // the file and what is wrong. Needs the module registered.
   bool LoadAlarms(const std::string& path, std::string* error);
-  void TrackNode(const std::string& address, const MediaSpec& key);
-  void TrackProtocol(const std::string& name, const MediaSpec& key);
+  // kind: "node" (an address) or "protocol"; name as the user gave it.
+  void AddTrack(std::string kind, const std::string& name, const MediaSpec& key);
 
   // The server beside the context, with the alarms and the trackers.
   bool Start(IZemoStatsContext* context, std::string* error);

@@ -221,9 +221,9 @@ std::unique_ptr<AlarmWatch> StartWatch(Analysis& analysis, const WatchOptions& o
   if (!options.alarms.empty() && !watch->LoadAlarms(options.alarms, error)) return nullptr;
   MediaSpec key{};
   for (const std::string& node : options.nodes)
-    if (ParseAddress(node, &key)) watch->TrackNode(node, key);
+    if (ParseAddress(node, &key)) watch->AddTrack("node", node, key);
   for (const std::string& protocol : options.protocols)
-    if (ParseProtocol(protocol, &key)) watch->TrackProtocol(protocol, key);
+    if (ParseProtocol(protocol, &key)) watch->AddTrack("protocol", protocol, key);
   if (!watch->Start(analysis.Context(), error)) return nullptr;
   AlarmWatch* w = watch.get();
   analysis.OnSecond([w](ZemoTime now, bool jumped) { w->Tick(now, jumped); });

@@ -14,6 +14,16 @@ void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
       ->option_text("N");
 }
 
+// A check that an option's text reads as an address or protocol.
+CLI::Validator SpecCheck(bool (*parse)(const std::string&, MediaSpec*), std::string complaint, const char* name) {
+  return CLI::Validator(
+      [parse, complaint](std::string& text) {
+        MediaSpec spec{};
+        return parse(text, &spec) ? std::string() : complaint + text;
+      },
+      name, name);
+}
+
 // The options of the commands that run a capture through the engine.
 void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cli::SaveOptions& save,
                    zemo::cli::WatchOptions& watch, const char* clock) {
@@ -50,23 +60,12 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
   command
       ->add_option("--track", watch.nodes,
                    "Print the packets and bytes of a node (an IPv4, IPv6 or MAC address) for each second; repeatable")
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            MediaSpec spec{};
-            return zemo::cli::ParseAddress(text, &spec) ? std::string()
-                                                        : "not an IPv4, IPv6 or MAC address: " + text;
-          },
-          "ADDRESS", "address"))
+      ->check(SpecCheck(&zemo::cli::ParseAddress, "not an IPv4, IPv6 or MAC address: ", "ADDRESS"))
       ->option_text("ADDRESS");
   command
       ->add_option("--track-protocol", watch.protocols,
                    "Print the packets and bytes of a protocol (TCP, DNS, ...) for each second; repeatable")
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            MediaSpec spec{};
-            return zemo::cli::ParseProtocol(text, &spec) ? std::string() : "no protocol of that name: " + text;
-          },
-          "NAME", "protocol"))
+      ->check(SpecCheck(&zemo::cli::ParseProtocol, "no protocol of that name: ", "NAME"))
       ->option_text("NAME");
 }
 
