@@ -164,8 +164,12 @@ bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string
 }
 
 void Analysis::TickTo(uint64_t second) {
-  uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
-  for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
+  const bool jumped = second - m_second > kMaxTicksPerGap;
+  uint64_t from = jumped ? second : m_second + 1;
+  for (uint64_t s = from; s <= second; ++s) {
+    m_time->ProcessTime(s * kSecond);
+    if (m_onSecond) m_onSecond(s * kSecond, jumped);
+  }
   for (const auto& hook : m_onTick) hook(second * kSecond);
 }
 
@@ -220,6 +224,8 @@ void Analysis::Finish() {
   m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
   if (m_facts.frames && m_time) m_time->ProcessTime(m_lastTime);
   if (m_events) m_events->OnStopProcessing(m_lastTime);
+  // The packets of the last second are sampled when it ends.
+  if (m_second && m_onSecond) m_onSecond((m_second + 1) * kSecond, false);
 }
 
 }  // namespace zemo::cli

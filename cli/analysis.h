@@ -68,6 +68,11 @@ class Analysis {
   // last second of a gap), never on the packet path; hooks run in the
   // order they were added.
   void OnTick(std::function<void(ZemoTime)> hook) { m_onTick.push_back(std::move(hook)); }
+  // Called for every second that comes, after the context's tick and before
+  // the packets of that second (once, with jumped set, after a jump too long
+  // to tick through), and at the end once more for the second of the last
+  // packet; never on the packet path.
+  void OnSecond(std::function<void(ZemoTime, bool jumped)> hook) { m_onSecond = std::move(hook); }
 
   // Copies the frame and decodes it into out, on whatever thread reads the
   // capture; touches nothing of the analysis but the decoder, which only
@@ -116,6 +121,7 @@ class Analysis {
   bool m_fromSaves = false;
   uint32_t m_window = 0;  // 0: the ring's own shape
   std::vector<std::function<void(ZemoTime)>> m_onTick;
+  std::function<void(ZemoTime, bool)> m_onSecond;
 };
 
 // The class of a statistic, by GetClassID of whichever persistence

@@ -99,16 +99,17 @@ uint64_t LinkSpeedOf(const std::string& interface) {
 
 // The outputs every command ends with: the exports, then the report or the
 // JSON document. False when the export failed.
-bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptions& output) {
+bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptions& output,
+            const AlarmWatch* watch = nullptr) {
   std::string error;
   if (!output.exportDirectory.empty() && !ExportAll(analysis, output.exportDirectory, &error)) {
     Fail(error);
     return false;
   }
   if (output.json)
-    WriteJson(stdout, analysis, info);
+    WriteJson(stdout, analysis, info, watch);
   else
-    PrintReport(stdout, analysis, info, output.top);
+    PrintReport(stdout, analysis, info, output.top, watch);
   std::fflush(stdout);
   return true;
 }
@@ -213,8 +214,25 @@ ReadOutcome Feed(CaptureSource& source, Analysis& analysis, const LiveOptions* l
   return outcome;
 }
 
+// The alarms and tracks of a run, on a server beside the context, ticked
+// at each second the analysis comes to. A bad alarm file stops the run here,
+// before any packet is read.
+std::unique_ptr<AlarmWatch> StartWatch(Analysis& analysis, const WatchOptions& options, std::string* error) {
+  auto watch = std::make_unique<AlarmWatch>();
+  if (!options.alarms.empty() && !watch->LoadAlarms(options.alarms, error)) return nullptr;
+  MediaSpec key{};
+  for (const std::string& node : options.nodes)
+    if (ParseAddress(node, &key)) watch->AddTrack("node", node, key);
+  for (const std::string& protocol : options.protocols)
+    if (ParseProtocol(protocol, &key)) watch->AddTrack("protocol", protocol, key);
+  if (!watch->Start(analysis.Context(), error)) return nullptr;
+  AlarmWatch* w = watch.get();
+  analysis.OnSecond([w](ZemoTime now, bool jumped) { w->Tick(now, jumped); });
+  return watch;
+}
+
 int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const SaveOptions& save,
-        const LiveOptions* live) {
+        const LiveOptions* live, const WatchOptions& watchOptions) {
   Analysis analysis;
   analysis.EnableTiming(output.timing);
   analysis.SetWindow(output.window);
@@ -263,6 +281,15 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
       if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
     });
 
+  std::unique_ptr<AlarmWatch> watch;
+  if (watchOptions.Any()) {
+    watch = StartWatch(analysis, watchOptions, &error);
+    if (!watch) {
+      Fail(error);
+      return 1;
+    }
+  }
+
   SignalBreaks breaks(live ? &source : nullptr);
   ReadOutcome read = Feed(source, analysis, live, output);
   analysis.AddReadTimes(read.readNs, read.decodeNs);
@@ -274,6 +301,10 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     std::signal(SIGTERM, SIG_DFL);
   }
   analysis.Finish();
+  if (watch) {
+    watch->Finish();
+    info.warnings.insert(info.warnings.end(), watch->Warnings().begin(), watch->Warnings().end());
+  }
 
   // A failed save, like a damaged capture, still leaves the report.
   if (series && !series->Finish(analysis.Context(), &error)) {
@@ -300,7 +331,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
 
   for (const std::string& w : info.warnings) std::fprintf(stderr, "zemostats: warning: %s\n", w.c_str());
   const uint64_t outputStart = MonotonicNs();
-  if (!Output(analysis, info, output)) return 1;
+  if (!Output(analysis, info, output, watch.get())) return 1;
   if (output.timing) {
     const RunFacts& f = analysis.Facts();
     double frames = f.frames ? double(f.frames) : 1.0;
@@ -315,7 +346,8 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
 
 }  // namespace
 
-int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save) {
+int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save,
+                   const WatchOptions& watch) {
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenFile(path, &error);
   if (!source) {
@@ -324,10 +356,11 @@ int AnalyzeCommand(const std::string& path, const OutputOptions& output, const S
   }
   CaptureInfo info;
   info.file = path;
-  return Run(*source, info, output, save, nullptr);
+  return Run(*source, info, output, save, nullptr, watch);
 }
 
-int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save) {
+int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save,
+                   const WatchOptions& watch) {
   StopOnSignal signals;
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenLive(live.interface, &error);
@@ -338,7 +371,7 @@ int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const S
   CaptureInfo info;
   info.file = live.interface;
   info.live = true;
-  return Run(*source, info, output, save, &live);
+  return Run(*source, info, output, save, &live, watch);
 }
 
 int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output) {

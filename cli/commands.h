@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/alarm_watch.h"
 #include "cli/generator.h"
 
 namespace zemo::cli {
@@ -33,8 +34,10 @@ struct SaveOptions {
   uint32_t every = 0;          // --every: seconds of capture time between deltas
 };
 
-int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save);
-int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save);
+int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save,
+                   const WatchOptions& watch = {});
+int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save,
+                   const WatchOptions& watch = {});
 // The report of a saved context: a whole save and then its deltas.
 int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output);
 int GenerateCommand(const std::string& path, const GeneratorOptions& options);

@@ -14,9 +14,19 @@ void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
       ->option_text("N");
 }
 
+// A check that an option's text reads as an address or protocol.
+CLI::Validator SpecCheck(bool (*parse)(const std::string&, MediaSpec*), std::string complaint, const char* name) {
+  return CLI::Validator(
+      [parse, complaint](std::string& text) {
+        MediaSpec spec{};
+        return parse(text, &spec) ? std::string() : complaint + text;
+      },
+      name, name);
+}
+
 // The options of the commands that run a capture through the engine.
 void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cli::SaveOptions& save,
-                   const char* clock) {
+                   zemo::cli::WatchOptions& watch, const char* clock) {
   AddOutputOptions(command, output);
   command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
   command->add_option("--threads", output.threads,
@@ -48,6 +58,22 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
           ->option_text("SECONDS");
   deltas->needs(every);
   every->needs(deltas);
+  command
+      ->add_option("--alarms", watch.alarms,
+                   std::string("Run the alarms of an alarm collection file (see examples/alarms.xml), ticked once a "
+                               "second of ") +
+                       clock + ", and report each change of state")
+      ->option_text("FILE.xml");
+  command
+      ->add_option("--track", watch.nodes,
+                   "Print the packets and bytes of a node (an IPv4, IPv6 or MAC address) for each second; repeatable")
+      ->check(SpecCheck(&zemo::cli::ParseAddress, "not an IPv4, IPv6 or MAC address: ", "ADDRESS"))
+      ->option_text("ADDRESS");
+  command
+      ->add_option("--track-protocol", watch.protocols,
+                   "Print the packets and bytes of a protocol (TCP, DNS, ...) for each second; repeatable")
+      ->check(SpecCheck(&zemo::cli::ParseProtocol, "no protocol of that name: ", "NAME"))
+      ->option_text("NAME");
 }
 
 }  // namespace
@@ -61,7 +87,8 @@ int main(int argc, char** argv) {
   CLI::App* analyze = app.add_subcommand("analyze", "Analyze a pcap or pcapng file ('-' reads standard input)");
   analyze->add_option("CAPTURE", capturePath, "The capture file, or - for standard input")->required();
   zemo::cli::SaveOptions save;
-  AddRunOptions(analyze, output, save, "packet time");
+  zemo::cli::WatchOptions watch;
+  AddRunOptions(analyze, output, save, watch, "packet time");
 
   zemo::cli::LiveOptions live;
   CLI::App* capture = app.add_subcommand("capture", "Capture live from an interface until a limit or Ctrl-C");
@@ -70,7 +97,7 @@ int main(int argc, char** argv) {
   capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds")
       ->check(CLI::PositiveNumber)
       ->option_text("SECONDS");
-  AddRunOptions(capture, output, save, "capture time");
+  AddRunOptions(capture, output, save, watch, "capture time");
 
   std::vector<std::string> savedPaths;
   CLI::App* show = app.add_subcommand(
@@ -97,8 +124,8 @@ int main(int argc, char** argv) {
     // Help is a success; every other parse failure is a usage error.
     return code == 0 ? 0 : 2;
   }
-  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output, save);
-  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output, save);
+  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output, save, watch);
+  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output, save, watch);
   if (show->parsed()) return zemo::cli::ShowCommand(savedPaths, output);
   return zemo::cli::GenerateCommand(outPath, generator);
 }

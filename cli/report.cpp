@@ -589,7 +589,69 @@ void WriteHostsJson(JsonOut& out, const Analysis& analysis) {
 
 }  // namespace
 
-void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& info) {
+namespace {
+
+// A count that is a whole number goes out as an integer.
+void AppendCount(std::string& out, double value) {
+  if (value >= 0 && value < 9.007199254740992e15 && value == std::floor(value))
+    AppendNumber(out, static_cast<uint64_t>(value));
+  else
+    AppendDouble(out, value);
+}
+
+// "alarms", "events" and "tracks" of the JSON document; the series a row
+// of time, packets and bytes per line, as a plotting tool takes it.
+void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
+  std::string& t = out.Text();
+  if (watch.HasAlarms()) {
+    Json alarms = Json::array();
+    for (const AlarmWatch::AlarmOutcome& o : watch.Outcomes()) {
+      Json a = {{"name", o.name}, {"id", o.id}, {"state", o.state}, {"severity", o.severity},
+                {"evaluated", o.evaluated}};
+      if (!o.note.empty()) a["note"] = o.note;
+      alarms.push_back(std::move(a));
+    }
+    t += "  \"alarms\": " + Indented(Json{{"file", watch.AlarmsFile()}, {"alarms", std::move(alarms)}}, 1) +
+         ",\n  \"events\": [";
+    bool first = true;
+    for (const AlarmWatch::Event& e : watch.Events()) {
+      t += first ? "\n    " : ",\n    ";
+      first = false;
+      t += Json{{"time", IsoTime(e.time)}, {"alarm", e.alarm}, {"state", e.state}, {"severity", e.severity},
+                {"message", e.message}}
+               .dump();
+    }
+    t += first ? "],\n" : "\n  ],\n";
+  }
+  if (watch.Tracks().empty()) return;
+  t += "  \"tracks\": [";
+  bool firstTrack = true;
+  for (const AlarmWatch::Track& track : watch.Tracks()) {
+    t += firstTrack ? "\n    {" : ",\n    {";
+    firstTrack = false;
+    t += "\"kind\": " + Json(track.kind).dump() + ", \"name\": " + Json(track.name).dump() +
+         ", \"text\": " + Json(track.text).dump() + ", \"appears\": " + (track.seen ? "true" : "false") +
+         ",\n      \"series\": [";
+    bool first = true;
+    for (const AlarmWatch::Sample& sample : track.series) {
+      t += first ? "\n        {\"time\": " : ",\n        {\"time\": ";
+      first = false;
+      AppendJsonString(t, IsoTime(sample.time));
+      t += ", \"packets\": ";
+      AppendCount(t, sample.packets);
+      t += ", \"bytes\": ";
+      AppendCount(t, sample.bytes);
+      t += '}';
+      out.MaybeFlush();
+    }
+    t += first ? "]}" : "\n      ]}";
+  }
+  t += "\n  ],\n";
+}
+
+}  // namespace
+
+void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& info, const AlarmWatch* watch) {
   Totals t = ReadTotals(analysis);
   const RunFacts& f = analysis.Facts();
   Json capture;
@@ -664,6 +726,7 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   }
   out.Text() += first ? "},\n" : "\n  },\n";
   WriteHostsJson(out, analysis);
+  if (watch) WriteWatchJson(out, *watch);
   out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
 
@@ -793,7 +856,51 @@ void PrintHostsBehind(std::FILE* out, const Analysis& analysis, size_t top) {
 
 }  // namespace
 
-void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top) {
+namespace {
+
+std::string CountText(double v) {
+  return v >= 0 && v == std::floor(v) ? std::to_string(static_cast<uint64_t>(v)) : Fixed(v, 3);
+}
+
+// The alarms at the end, then every change of state in time order.
+void PrintAlarms(std::FILE* out, const AlarmWatch& watch) {
+  std::fprintf(out, "\nAlarms (%s)\n", watch.AlarmsFile().c_str());
+  std::vector<std::vector<std::string>> rows;
+  for (const AlarmWatch::AlarmOutcome& o : watch.Outcomes())
+    rows.push_back({o.name, o.state, std::to_string(o.severity), o.note});
+  PrintTable(out, {"Alarm", "State at the end", "Severity", ""}, rows, {false, false, true, false});
+  if (watch.Events().empty()) {
+    std::fprintf(out, "\n  No alarm changed state.\n");
+    return;
+  }
+  std::fprintf(out, "\n");
+  rows.clear();
+  for (const AlarmWatch::Event& e : watch.Events())
+    rows.push_back({IsoTime(e.time), e.alarm, e.state, std::to_string(e.severity), e.message});
+  PrintTable(out, {"Time", "Alarm", "State", "Severity", "Message"}, rows, {false, false, false, true, false});
+}
+
+void PrintTracks(std::FILE* out, const AlarmWatch& watch) {
+  for (const AlarmWatch::Track& t : watch.Tracks()) {
+    std::fprintf(out, "\nTrack of %s %s, per second\n", t.kind.c_str(), t.text.c_str());
+    if (!t.seen) {
+      std::fprintf(out, "  (it never appears in the capture)\n");
+      continue;
+    }
+    double peak = 0;
+    for (const AlarmWatch::Sample& s : t.series) peak = std::max(peak, s.bytes);
+    std::vector<std::vector<std::string>> rows;
+    for (const AlarmWatch::Sample& s : t.series)
+      rows.push_back({IsoTime(s.time), CountText(s.packets), CountText(s.bytes),
+                      std::string(peak > 0 ? static_cast<size_t>(s.bytes / peak * 40 + 0.5) : 0, '#')});
+    PrintTable(out, {"From", "Packets", "Bytes", ""}, rows, {false, true, true, false});
+  }
+}
+
+}  // namespace
+
+void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top,
+                 const AlarmWatch* watch) {
   PrintCapture(out, analysis, info);
   std::vector<std::string> shown;
   auto section = [&](const char* name, const std::string& title, auto&& body) {
@@ -862,6 +969,8 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
     PrintGeneric(out, t, top);
   }
   if (analysis.Statistics().empty()) std::fprintf(out, "\n(this build of the module serves no statistics yet)\n");
+  if (watch && watch->HasAlarms()) PrintAlarms(out, *watch);
+  if (watch) PrintTracks(out, *watch);
   if (!info.warnings.empty()) {
     std::fprintf(out, "\nWarnings\n");
     for (const std::string& w : info.warnings) std::fprintf(out, "  %s\n", w.c_str());

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/alarm_watch.h"
 #include "cli/analysis.h"
 #include "engine/data_table.h"
 #include "frame/engine_interfaces.h"
@@ -87,8 +88,11 @@ std::string MediumName(const LinkMedium& medium);
 
 // The JSON document, written as it is made: the rows of each table go out
 // one by one.
-void WriteJson(std::FILE* out, const Analysis& analysis, const CaptureInfo& info);
-void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top);
+// watch, when there is one, adds the alarms, their changes of state and
+// the tracked series.
+void WriteJson(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, const AlarmWatch* watch = nullptr);
+void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top,
+                 const AlarmWatch* watch = nullptr);
 
 // Writes each statistic's text export as DIR/<name>.txt, creating DIR if it
 // is missing. On failure nothing written here is left and the message says why.

@@ -19,7 +19,6 @@ namespace {
 // in its place.
 constexpr ULONG kContextStreamMark = 0xABCD1234;
 
-std::u16string GuidText(REFGUID guid) { return XmlText(CVariant::Clsid(guid)); }
 
 template <class I>
 ComPtr<I> Query(IUnknown* object) {
@@ -50,14 +49,6 @@ CLSID ClassOfStats(IUnknown* object) {
   CLSID clsid = GUID_NULL;
   ClassOfStats(object, clsid);
   return clsid;
-}
-
-// The property bag value as text; false when the bag doesn't have it.
-bool ReadBagText(IPropertyBag* bag, const char16_t* name, std::u16string& text) {
-  CVariant value;
-  if (FAILED(bag->Read(name, &value, nullptr))) return false;
-  text = XmlText(value);
-  return true;
 }
 
 }  // namespace
@@ -275,24 +266,11 @@ HRESULT StatsContext::GetSelectFlag(ULONG* flag) {
 HRESULT StatsContext::GetSelectParams(ISelectParams** out) {
   return Locked([&] {
     CheckOut(out);
-    CLSID clsid = GUID_NULL;
-    ComPtr<ISelectParams> params;
-    CheckHr(CLSIDFromProgID(kProgIdSelectParams, &clsid));
-    CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectParams::iid, params.OutVoid()));
-    for (IUnknown* table : {static_cast<IUnknown*>(m_entityTable.Get()), static_cast<IUnknown*>(m_tupleTable.Get())}) {
-      CBstr name(GetSelectableName(table));
-      CheckHr(params->AddItem(name.Get(), nullptr));
-    }
+    ComPtr<ISelectParams> params = NewSelectParams();
+    for (IUnknown* table : {static_cast<IUnknown*>(m_entityTable.Get()), static_cast<IUnknown*>(m_tupleTable.Get())})
+      AddSelectStep(params.Get(), GetSelectableName(table));
     // The bag names the type a selection gives for each: text and class.
-    ComPtr<IPropertyBag> bag;
-    CheckHr(CLSIDFromProgID(kProgIdSimplePropBag, &clsid));
-    CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IPropertyBag::iid, bag.OutVoid()));
-    CVariant nameType = CVariant::I4(VT_BSTR);
-    CVariant idType = CVariant::I4(VT_CLSID);
-    CheckHr(bag->Write(u"name", &nameType));
-    CheckHr(bag->Write(u"id", &idType));
-    CBstr stat(u"stat");
-    CheckHr(params->AddItem(stat.Get(), bag.Get()));
+    AddSelectStep(params.Get(), u"stat", NewTypeBag({{u"name", VT_BSTR}, {u"id", VT_CLSID}}).Get());
     *out = params.Detach();
   });
 }

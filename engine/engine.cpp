@@ -8,6 +8,7 @@
 #include "engine/address_book.h"
 #include "engine/class_factory.h"
 #include "engine/data_table.h"
+#include "engine/id_list.h"
 #include "engine/media_utils.h"
 #include "engine/notify_sink.h"
 #include "engine/proto_specs.h"
@@ -30,6 +31,7 @@ const EngineClass kEngineClasses[] = {
     {kProgIdNotifySink, u"NotifySink", CLSID_ZemoNotifySink, &CreateClass<NotifySink>},
     {kProgIdSite, u"Site", CLSID_ZemoSite, &CreateClass<Site>},
     {kProgIdAddressBook, u"AddressBook", CLSID_ZemoAddressBook, &CreateClass<AddressBook>},
+    {kProgIdIdList, u"IdList", CLSID_ZemoIdList, &CreateClass<IdList>},
 };
 
 constexpr size_t kCount = std::size(kEngineClasses);

@@ -1,5 +1,11 @@
 #include "frame/class_table.h"
 
+#include "alarms/alarm.h"
+#include "alarms/alarm_collection.h"
+#include "alarms/alarm_states.h"
+#include "alarms/node_stats_tracker.h"
+#include "alarms/protocol_stats_tracker.h"
+#include "alarms/stats_server.h"
 #include "context/stats_context.h"
 #include "context/stats_context_collection.h"
 #include "frame/clsids.h"
@@ -27,9 +33,9 @@ namespace {
 // aggregated, its creator (null until the class is built: the module does not
 // serve it), and the interfaces its objects offer, in their order.
 const ClassInfo kClasses[] = {
-    {u"Alarm", CLSID_Alarm, false, nullptr, {&IID_IAlarm, &IID_ICloneable, &IID_IPersistXml}},
-    {u"AlarmCollection", CLSID_AlarmCollection, false, nullptr, {&IID_IAlarmCollection, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
-    {u"AlarmStates", CLSID_AlarmStates, false, nullptr, {&IID_IAlarmStates, &IPersistStream::iid, &IID_IPersistXml}},
+    {u"Alarm", CLSID_Alarm, false, &CreateClass<Alarm>, {&IID_IAlarm, &IID_ICloneable, &IID_IPersistXml}},
+    {u"AlarmCollection", CLSID_AlarmCollection, false, &CreateClass<AlarmCollection>, {&IID_IAlarmCollection, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
+    {u"AlarmStates", CLSID_AlarmStates, false, &CreateClass<AlarmStates>, {&IID_IAlarmStates, &IPersistStream::iid, &IID_IPersistXml}},
     {u"ChannelStats", CLSID_ChannelStats, false, &CreateClass<ChannelStats>, {&IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml}},
     {u"ConversationStats", CLSID_ConversationStats, false, &CreateClass<ConversationStats>, {&IID_IConversationStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"DashboardStats", CLSID_DashboardStats, false, &CreateClass<DashboardStats>, {&IID_IDashboardStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid}},
@@ -39,16 +45,16 @@ const ClassInfo kClasses[] = {
     {u"NetworkStats", CLSID_NetworkStats, false, &CreateClass<NetworkStats>, {&IID_INetworkStats, &IID_IChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"NodeStats", CLSID_NodeStats, false, &CreateClass<NodeStats>, {&IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"NodeStatsHierarchy", CLSID_NodeStatsHierarchy, false, &CreateClass<NodeStatsHierarchy>, {&IID_INodeStatsHierarchy, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
-    {u"NodeStatsTracker", CLSID_NodeStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_INodeStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
+    {u"NodeStatsTracker", CLSID_NodeStatsTracker, false, &CreateClass<NodeStatsTracker>, {&IID_IZemoStatsTracker, &IID_INodeStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"ZemoStatsContextCollection", CLSID_ZemoStatsContextCollection, true, &CreateClass<ZemoStatsContextCollection>, {&IID_IZemoStatsContextCollection, &IID_IPersistXml}},
     {u"ZemoStatsLimitSettings", CLSID_ZemoStatsLimitSettings, false, &CreateClass<ZemoStatsLimitSettings>, {&IID_IZemoStatsLimitSettings, &IID_IPersistXml}},
     {u"ProtocolStats", CLSID_ProtocolStats, false, &CreateClass<ProtocolStats>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_ISelectableObject}},
     {u"ProtocolStatsByID", CLSID_ProtocolStatsByID, false, &CreateClass<ProtocolStatsByID>, {&IID_IProtocolStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsLimit, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
-    {u"ProtocolStatsTracker", CLSID_ProtocolStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_IProtocolStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
+    {u"ProtocolStatsTracker", CLSID_ProtocolStatsTracker, false, &CreateClass<ProtocolStatsTracker>, {&IID_IZemoStatsTracker, &IID_IProtocolStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"RollingNodeStats", CLSID_RollingNodeStats, false, &CreateClass<RollingNodeStats>, {&IID_IRollingNodeStats, &IID_INodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"SizeStats", CLSID_SizeStats, false, &CreateClass<SizeStats>, {&IID_ISizeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_ISelectableObject}},
     {u"StatsContext", CLSID_StatsContext, false, &CreateClass<StatsContext>, {&IID_IZemoStatsContext, &IID_IProcessPacket, &IID_IProcessTime, &IID_IPacketProcessorEvents, &IID_IResetProcessing, &IID_IResetStatistics, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IObjectWithSite::iid, &IID_ISelectableObject, &IID_IUpdateSummaryStats}},
-    {u"StatsServer", CLSID_StatsServer, false, nullptr, {&IID_IZemoStatsServer, &IID_IResetProcessing, &IID_IProcessTime, &IID_ISelectableObject}},
+    {u"StatsServer", CLSID_StatsServer, false, &CreateClass<StatsServer>, {&IID_IZemoStatsServer, &IID_IResetProcessing, &IID_IProcessTime, &IID_ISelectableObject}},
     {u"SummaryStats", CLSID_SummaryStats, false, nullptr, {&IID_ISummaryStats, &IID_IZemoStats, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"SummaryStatsSnapshot", CLSID_SummaryStatsSnapshot, false, nullptr, {&IID_ISummaryStatsSnapshot, &IID_ICloneable, &IPersistStream::iid, &IID_IPersistXml}},
     {u"SummaryStatsTracker", CLSID_SummaryStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_ISummaryStatsTracker, &IID_ICloneable, &IID_IPersistXml}},

@@ -56,6 +56,22 @@ struct INotify : IUnknown {
                          LPCOLESTR shortMessage, LPCOLESTR longMessage) = 0;
 };
 
+// The engine's list of ids, of the class CLSID_ZemoIdList: a statistics server
+// keeps in it the ids of the alarms it runs. Ids keep the order of adding and
+// may repeat.
+inline constexpr CLSID CLSID_ZemoIdList = MakeGuid("E18AF1CF-7F83-45A7-95CB-410138FBC3E3");
+
+struct IIdList : IUnknown {
+  static constexpr IID iid = MakeGuid("47314F41-8E9E-4D99-AB39-504F024D46A9");
+  virtual HRESULT GetCount(LONG* count) = 0;
+  // Index past the end: E_INVALIDARG.
+  virtual HRESULT GetAt(LONG index, GUID* id) = 0;
+  virtual HRESULT Add(const GUID* id) = 0;
+  // The first index of id, or S_FALSE and -1.
+  virtual HRESULT Find(const GUID* id, LONG* index) = 0;
+  virtual HRESULT RemoveAll() = 0;
+};
+
 // Services a context's site answers through IServiceProvider.
 inline constexpr GUID kServiceUpdateSummaryStats = MakeGuid("1C97A0B8-2A56-41E9-80F7-7621BBA152BE");
 inline constexpr GUID kServiceNameTable = MakeGuid("5574E41E-2D6C-48F4-B5A8-A7856FC6A290");

@@ -1,5 +1,6 @@
 #include "frame/selection.h"
 
+#include "frame/xml_persist.h"
 #include "platform/class_store.h"
 
 namespace zemo {
@@ -44,6 +45,38 @@ HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out, HRESUL
     if (CheckHr(params->NextItem(step.Out(), bag.ReleaseAndGetAddressOf())) != S_FALSE) return furtherStep;
   }
   return self->QueryInterface(IUnknown::iid, reinterpret_cast<void**>(out));
+}
+
+ComPtr<ISelectParams> NewSelectParams() {
+  CLSID clsid = GUID_NULL;
+  ComPtr<ISelectParams> params;
+  CheckHr(CLSIDFromProgID(kProgIdSelectParams, &clsid));
+  CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectParams::iid, params.OutVoid()));
+  return params;
+}
+
+void AddSelectStep(ISelectParams* params, std::u16string_view name, IPropertyBag* bag) {
+  CBstr text(name);
+  CheckHr(params->AddItem(text.Get(), bag));
+}
+
+ComPtr<IPropertyBag> NewTypeBag(std::initializer_list<std::pair<const char16_t*, VARTYPE>> properties) {
+  CLSID clsid = GUID_NULL;
+  ComPtr<IPropertyBag> bag;
+  CheckHr(CLSIDFromProgID(kProgIdSimplePropBag, &clsid));
+  CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IPropertyBag::iid, bag.OutVoid()));
+  for (const auto& [name, type] : properties) {
+    CVariant value = CVariant::I4(type);
+    CheckHr(bag->Write(name, &value));
+  }
+  return bag;
+}
+
+bool ReadBagText(IPropertyBag* bag, const char16_t* name, std::u16string& text) {
+  CVariant value;
+  if (FAILED(bag->Read(name, &value, nullptr))) return false;
+  text = XmlText(value);
+  return true;
 }
 
 void MakeTable(IDataTable** ioTable, std::span<const TableColumn> columns) {

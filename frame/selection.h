@@ -16,6 +16,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <utility>
 #include <span>
 #include <string>
 #include <string_view>
@@ -82,6 +83,18 @@ struct LeafSelection : ISelectableObject {
     return self->Locked([&] { return SelectLeaf(params, self->GetUnknown(), out); });
   }
 };
+
+// The parameters of GetSelectParams: a new "ZemoUtil.SelectParams", and a new
+// "ZemoUtil.SimplePropBag" that names the type a selection takes for each
+// property (VT_BSTR for a name, VT_CLSID for an identifier) as an integer.
+// Raise failures.
+ComPtr<ISelectParams> NewSelectParams();
+void AddSelectStep(ISelectParams* params, std::u16string_view name, IPropertyBag* bag = nullptr);
+ComPtr<IPropertyBag> NewTypeBag(std::initializer_list<std::pair<const char16_t*, VARTYPE>> properties);
+
+// A property of a step's bag as text (a value of any other type converted);
+// false when the bag doesn't have it.
+bool ReadBagText(IPropertyBag* bag, const char16_t* name, std::u16string& text);
 
 struct TableColumn {
   const char16_t* name;

@@ -346,6 +346,8 @@ std::u16string XmlText(const VARIANT& value) {
   return VariantValue<std::u16string>::From(text);
 }
 
+std::u16string GuidText(REFGUID guid) { return XmlText(CVariant::Clsid(guid)); }
+
 CVariant FromXmlText(std::u16string_view text, VARTYPE vt) {
   CVariant value = CVariant::Str(text);
   if (vt != VT_BSTR) ChangeTypeOrThrow(&value, &value, vt);

@@ -84,6 +84,8 @@ ComPtr<IXMLDOMElement> SelectClassElement(IXMLDOMNode* node, REFCLSID clsid);
 // The text of a value (ChangeType to VT_BSTR), and a value from text.
 std::u16string XmlText(const VARIANT& value);
 CVariant FromXmlText(std::u16string_view text, VARTYPE vt);
+// An identifier as its text in braces.
+std::u16string GuidText(REFGUID guid);
 
 // How a C++ type travels as a VARIANT: its VARTYPE, the two directions, and
 // the value that typed XML access writes (To, but for bool, which goes to

@@ -1,5 +1,9 @@
 #include "platform/guid.h"
 
+#include <sys/random.h>
+
+#include <cerrno>
+
 #include "platform/strings.h"
 
 namespace {
@@ -80,6 +84,25 @@ HRESULT CLSIDFromString(LPCOLESTR text, CLSID* out) {
   }
   if (*p++ != u'}' || *p != 0) return CO_E_CLASSSTRING;
   *out = g;
+  return S_OK;
+}
+
+HRESULT CoCreateGuid(GUID* out) {
+  if (!out) return E_INVALIDARG;
+  uint8_t bytes[16];
+  size_t got = 0;
+  while (got < sizeof bytes) {
+    ssize_t n = getrandom(bytes + got, sizeof bytes - got, 0);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return HresultFromErrno(errno);
+    }
+    got += static_cast<size_t>(n);
+  }
+  std::memcpy(out, bytes, sizeof bytes);
+  // A random identifier of version 4 and the standard variant.
+  out->Data3 = static_cast<uint16_t>((out->Data3 & 0x0FFF) | 0x4000);
+  out->Data4[0] = static_cast<uint8_t>((out->Data4[0] & 0x3F) | 0x80);
   return S_OK;
 }
 

@@ -15,6 +15,9 @@
 // the outer object, and its own identity and lifetime are a separate inner
 // IUnknown, the one pointer the outer object keeps.
 //
+// A dual interface is listed as DualInterface<I> (platform/dispatch.h); the
+// first of them also answers IDispatch.
+//
 // Where two interfaces carry an operation of the same name and signature that
 // must behave differently, list an adapter in place of each of them: a struct
 // that derives from the interface, declares `using interface_type = I;` and
@@ -229,11 +232,21 @@ class Object : public E... {
       (void)((iid == IidOf<InterfaceOf<E>>() &&
               (found = static_cast<InterfaceOf<E>*>(static_cast<E*>(this)), true)) ||
              ...);
+      // Late binding goes through the first dual interface.
+      if (!found && iid == IDispatch::iid) (void)((found = DispatchOf<E>()) || ...);
     }
     if (!found) return E_NOINTERFACE;
     static_cast<IUnknown*>(found)->AddRef();
     *out = found;
     return S_OK;
+  }
+
+  template <class X>
+  void* DispatchOf() noexcept {
+    if constexpr (std::is_base_of_v<IDispatch, InterfaceOf<X>>)
+      return static_cast<IDispatch*>(static_cast<InterfaceOf<X>*>(static_cast<X*>(this)));
+    else
+      return nullptr;
   }
 
   ULONG OwnAddRef() noexcept {

@@ -3,6 +3,7 @@
 #include <pugixml.hpp>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "platform/object.h"
+#include "platform/stream.h"
 #include "platform/strings.h"
 
 namespace zemo {
@@ -297,9 +299,35 @@ class XmlNodeBase : public Object<D, I>, public XmlNodeCore {
   std::vector<pugi::xml_node> Query(BSTR query, size_t limit);
 };
 
-class XmlDocument final : public XmlNodeBase<XmlDocument, IXMLDOMDocument> {
+// A document also persists to a stream, as its markup: a save writes what
+// save writes to a file, a load parses everything from the position to the end.
+class XmlDocument final : public XmlNodeBase<XmlDocument, IXMLDOMDocument>, public IPersistStream {
+  using Base = XmlNodeBase<XmlDocument, IXMLDOMDocument>;
+
  public:
   XmlDocument() : m_tree(std::make_shared<Tree>()) {}
+
+  HRESULT QueryInterface(REFIID iid, void** out) override {
+    if (out && (iid == IPersistStream::iid || iid == IPersist::iid)) {
+      *out = static_cast<IPersistStream*>(this);
+      AddRef();
+      return S_OK;
+    }
+    return Base::QueryInterface(iid, out);
+  }
+  ULONG AddRef() override { return Base::AddRef(); }
+  ULONG Release() override { return Base::Release(); }
+
+  // IPersistStream
+  HRESULT GetClassID(CLSID* out) override {
+    if (!out) return E_POINTER;
+    *out = CLSID_DOMDocument;
+    return S_OK;
+  }
+  HRESULT IsDirty() override { return S_OK; }
+  HRESULT Load(IStream* stream) override;
+  HRESULT Save(IStream* stream, BOOL clearDirty) override;
+  HRESULT GetSizeMax(ULARGE_INTEGER*) override { return E_NOTIMPL; }
 
   XmlDocument* Owner() noexcept override { return this; }
   const TreePtr& NodeTree() const noexcept override { return m_tree; }
@@ -711,6 +739,42 @@ HRESULT XmlDocument::loadXML(BSTR xml, VARIANT_BOOL* success) {
     return Replace(success, [&](pugi::xml_document& doc) {
       return static_cast<bool>(doc.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8));
     });
+  });
+}
+
+HRESULT XmlDocument::Load(IStream* stream) {
+  return Dom([&]() -> HRESULT {
+    if (!stream) return E_POINTER;
+    std::string bytes;
+    char chunk[65536];
+    for (;;) {
+      ULONG read = 0;
+      HRESULT hr = stream->Read(chunk, sizeof chunk, &read);
+      if (FAILED(hr)) return hr;
+      bytes.append(chunk, read);
+      if (read < sizeof chunk) break;
+    }
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    Replace(&loaded, [&](pugi::xml_document& doc) {
+      return static_cast<bool>(doc.load_buffer(bytes.data(), bytes.size(), kParseOptions, pugi::encoding_auto));
+    });
+    return loaded ? S_OK : E_FAIL;
+  });
+}
+
+HRESULT XmlDocument::Save(IStream* stream, BOOL) {
+  return Dom([&]() -> HRESULT {
+    if (!stream) return E_POINTER;
+    std::string text = MarkupOf(*m_tree, m_tree->doc);
+    for (size_t at = 0; at < text.size();) {
+      const ULONG want = static_cast<ULONG>(std::min<size_t>(text.size() - at, 1u << 30));
+      ULONG written = 0;
+      HRESULT hr = stream->Write(text.data() + at, want, &written);
+      if (FAILED(hr)) return hr;
+      if (written == 0) return STG_E_MEDIUMFULL;
+      at += written;
+    }
+    return S_OK;
   });
 }
 

@@ -20,6 +20,7 @@
 #pragma once
 
 #include "frame/delta_save.h"
+#include "frame/module.h"
 #include "frame/persist_interfaces.h"
 #include "frame/selection.h"
 #include "frame/stats_interfaces.h"
@@ -191,7 +192,7 @@ class TTableStatistic
       if (found != S_OK) return found;
       MediaSpec key = keyOf(root.Get());
       ComPtr<IKeyed> keyed;
-      CheckHr(CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IKeyed::iid, keyed.OutVoid()));
+      CheckHr(CreateModuleInstance(clsid, IKeyed::iid, keyed.OutVoid()));
       CheckHr(keyed->SetKey(key));
       ComPtr<IZemoStatsTracker> made = keyed.template Query<IZemoStatsTracker>();
       CheckHr(made->SetContext(context));

@@ -250,6 +250,7 @@ TEST(EngineSupportRegistration, ModuleFacingClassesAreCreatableByProgId) {
       {u"ZemoCore.ProtoSpecs", IProtoSpecs::iid},      {u"ZemoCore.MediaUtils", IMediaUtils::iid},
       {u"ZemoEngine.AdapterInfo", IAdapterInfo::iid},  {u"ZemoEngine.NotifySink", INotify::iid},
       {u"ZemoEngine.Site", IServiceProvider::iid},     {u"ZemoEngine.AddressBook", INameTable::iid},
+      {u"ZemoEngine.IdList", IIdList::iid},
   };
   ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
   for (const Expected& c : classes) {

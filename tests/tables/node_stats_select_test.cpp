@@ -62,7 +62,7 @@ TEST_F(NodeStatsSelect, TheTableShowsEachRecordWithItsAddressAsText) {
 // A document whose element names an address in the entity address form.
 ComPtr<IXMLDOMDocument> KeyDocument(const std::u16string& attributes) { return ParseXml(u"<key " + attributes + u"/>"); }
 
-TEST_F(NodeStatsSelect, CreateTrackerReadsTheKeyAndFailsHonestlyWithoutTheTrackerClass) {
+TEST_F(NodeStatsSelect, CreateTrackerGivesAKeyedTrackerBoundToTheContext) {
   ComPtr<IZemoStatsTracker> tracker;
   CVariant empty;
   EXPECT_EQ(E_POINTER, stats->CreateTracker(empty, nullptr));
@@ -74,23 +74,19 @@ TEST_F(NodeStatsSelect, CreateTrackerReadsTheKeyAndFailsHonestlyWithoutTheTracke
   EXPECT_EQ(E_FAIL, stats->CreateTracker(CVariant::Unknown(KeyDocument(u"class=\"2\" type=\"10\"").Get()),
                                          tracker.ReleaseAndGetAddressOf()));
 
-  // A good key: the tracker class is made by its identifier, and its status
-  // is the answer while that class is not there.
-  ComPtr<IUnknown> direct;
-  HRESULT classStatus =
-      CoCreateInstance(CLSID_NodeStatsTracker, nullptr, CLSCTX_ALL, INodeStatsTracker::iid, direct.OutVoid());
-  HRESULT hr = stats->CreateTracker(CVariant::Unknown(KeyDocument(u"class=\"2\" type=\"10\" data=\"001A2B3C4D01\"").Get()),
-                                    tracker.ReleaseAndGetAddressOf());
-  if (FAILED(classStatus)) {
-    EXPECT_EQ(classStatus, hr);
-    EXPECT_FALSE(tracker);
-  } else {
-    ASSERT_EQ(S_OK, hr);
-    ComPtr<INodeStatsTracker> keyed = tracker.Query<INodeStatsTracker>();
-    MediaSpec key{};
-    ASSERT_EQ(S_OK, keyed->GetKey(&key));
-    EXPECT_TRUE(zemo::SpecsEqual(Mac(0x01), key));
-  }
+  ASSERT_EQ(S_OK, stats->CreateTracker(
+                      CVariant::Unknown(KeyDocument(u"class=\"2\" type=\"10\" data=\"001A2B3C4D01\"").Get()),
+                      tracker.ReleaseAndGetAddressOf()));
+  MediaSpec key{};
+  ASSERT_EQ(S_OK, tracker.Query<INodeStatsTracker>()->GetKey(&key));
+  EXPECT_TRUE(zemo::SpecsEqual(Mac(0x01), key));
+  ComPtr<IZemoStatsContext> bound;
+  ASSERT_EQ(S_OK, tracker->GetContext(bound.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(context.Get(), bound.Get());
+  // Still without a stat type: the caller chooses one.
+  CVariant stat;
+  ASSERT_EQ(S_OK, tracker->GetStat(&stat));
+  EXPECT_EQ(0, stat.lVal);
 }
 
 TEST(NodeUnits, NameEverythingANodeTrackerCanFollow) {
