@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "cli/report.h"
 #include "cli/saving.h"
 #include "engine/engine.h"
 #include "frame/class_table.h"
@@ -60,6 +61,8 @@ CLSID ClassOfStatistic(IUnknown* stats) {
 
 std::u16string ClassNameOf(REFCLSID clsid) {
   if (const ClassInfo* row = FindClass(clsid)) return row->name;
+  for (const EngineClass& c : EngineClasses())
+    if (c.clsid == clsid) return c.name;
   OLECHAR text[39];
   StringFromGUID2(clsid, text, 39);
   return text;
@@ -134,10 +137,73 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
     if (FAILED(CoCreateInstance(row.clsid, nullptr, CLSCTX_INPROC_SERVER, IZemoStats::iid, stats.OutVoid()))) continue;
     m_context->AddStats(row.clsid, stats.Get());
   }
+  AddHostParts();
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
   CheckHr(m_context.As(&m_time));
   return true;
+}
+
+void Analysis::AddHostParts() {
+  m_expert = ExpertStats::Create();
+  CheckHr(m_context->AddStats(CLSID_KorvantExpertStats, m_expert.Get()));
+  m_captureFacts = CaptureFacts::Create();
+  m_site = Site::Create();
+  m_site->SetService(kServiceUpdateSummaryStats, m_captureFacts->GetUnknown());
+  CheckHr(m_context.Query<IObjectWithSite>()->SetSite(static_cast<IServiceProvider*>(m_site.Get())));
+}
+
+void Analysis::DescribeSource(const CaptureFactsData& facts, bool live) {
+  if (m_captureFacts) m_captureFacts->Set(facts);
+  m_liveSince = live ? MonotonicNs() : 0;
+}
+
+void Analysis::SetPacketsDropped(uint64_t dropped) {
+  if (m_site) CheckHr(m_site->SetProperty(u"PacketsDropped", CVariant::UI8(dropped)));
+}
+
+void Analysis::RefreshDuration() {
+  if (!m_site) return;
+  ULONGLONG duration = 0;
+  if (m_liveSince)
+    duration = MonotonicNs() - m_liveSince;
+  else if (m_facts.frames)
+    m_context->GetDuration(&duration);
+  CheckHr(m_site->SetProperty(u"Duration", CVariant::I8(static_cast<int64_t>(duration))));
+}
+
+HRESULT Analysis::UpdateSummary() {
+  if (!m_context) return E_FAIL;
+  RefreshDuration();
+  return m_context->UpdateStats();
+}
+
+ComPtr<ISummaryStats> Analysis::Summary() const {
+  ComPtr<ISummaryStats> summary;
+  if (m_context) m_context->GetStats(CLSID_SummaryStats, ISummaryStats::iid, summary.OutVoid());
+  return summary;
+}
+
+// A copy of the summary as it stands at a tick, kept in SummaryStats beside
+// the current one. Off the packet path, like every tick's work.
+void Analysis::StoreSummary(ZemoTime tick) {
+  const uint64_t second = tick / kSecond;
+  if (!m_summaryEvery || (m_summaryDue && second < m_summaryDue)) return;
+  m_summaryDue = second + m_summaryEvery;
+  ComPtr<ISummaryStats> summary = Summary();
+  ComPtr<ISummaryStatsSnapshot> current;
+  if (!summary || FAILED(summary->GetSnapshot(0, current.ReleaseAndGetAddressOf()))) return;
+  UpdateSummary();
+  ComPtr<IUnknown> copy;
+  CheckHr(current.Query<ICloneable>()->Clone(copy.ReleaseAndGetAddressOf()));
+  ComPtr<ISummaryStatsSnapshot> stored = copy.Query<ISummaryStatsSnapshot>();
+  // A copy has its source's id; a stored one gets its own, so that saves
+  // and loads tell them apart.
+  GUID id{};
+  CheckHr(CoCreateGuid(&id));
+  CheckHr(stored->SetID(id));
+  CheckHr(stored->SetName(CBstr(FromUtf8(IsoTime(tick))).Get()));
+  CheckHr(summary->AddSnapshot(stored.Get()));
 }
 
 bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string* error) {
@@ -154,6 +220,8 @@ bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string
 void Analysis::TickTo(uint64_t second) {
   uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
   for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
+  // Before the hook, so that a save at this tick holds the summary stored here.
+  StoreSummary(second * kSecond);
   if (m_onTick) m_onTick(second * kSecond);
 }
 
@@ -161,7 +229,7 @@ void Analysis::Decode(const CaptureFrame& frame, DecodedFrame& out) const {
   out.bytes.assign(frame.data, frame.data + frame.captureLength);
   out.frame = frame;
   out.frame.data = out.bytes.data();
-  m_decoder.Decode(*out.packet, out.frame.data, frame.captureLength, frame.wireLength, frame.time);
+  out.faults = m_decoder.Decode(*out.packet, out.frame.data, frame.captureLength, frame.wireLength, frame.time);
 }
 
 void Analysis::Process(const DecodedFrame& decoded) {
@@ -179,6 +247,7 @@ void Analysis::Process(const DecodedFrame& decoded) {
   ++m_secondPackets;
   m_secondBytes += frame.wireLength;
   if (!m_decoder.Known()) ++m_facts.undecoded;
+  if (decoded.faults) m_expert->Count(decoded.faults);
 
   if (!m_timing) {
     m_process->ProcessPacket(decoded.packet.Get());

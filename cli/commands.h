@@ -17,6 +17,7 @@ struct OutputOptions {
   size_t top = 10;
   bool timing = false;  // where the time went, on standard error
   unsigned threads = 2;  // of a run: 1 reads, decodes and counts on one thread
+  uint32_t summaryEvery = 0;  // of a run: seconds of capture time between stored summaries; 0: none
 };
 
 struct LiveOptions {

@@ -41,6 +41,12 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
           ->option_text("SECONDS");
   deltas->needs(every);
   every->needs(deltas);
+  command->add_option("--summary-every", output.summaryEvery,
+                      std::string("Store a copy of the summary every SECONDS of ") + clock +
+                          ", from the first second on; the JSON document lists them as summary_series, and "
+                          "saves keep them")
+      ->check(CLI::PositiveNumber)
+      ->option_text("SECONDS");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "engine/address_book.h"
 #include "engine/class_factory.h"
 #include "engine/data_table.h"
+#include "engine/expert_stats.h"
 #include "engine/media_utils.h"
 #include "engine/notify_sink.h"
 #include "engine/proto_specs.h"
@@ -30,6 +31,7 @@ const EngineClass kEngineClasses[] = {
     {kProgIdNotifySink, u"NotifySink", CLSID_ZemoNotifySink, &CreateClass<NotifySink>},
     {kProgIdSite, u"Site", CLSID_ZemoSite, &CreateClass<Site>},
     {kProgIdAddressBook, u"AddressBook", CLSID_ZemoAddressBook, &CreateClass<AddressBook>},
+    {kProgIdExpertStats, u"ExpertStats", CLSID_KorvantExpertStats, &CreateClass<ExpertStats>},
 };
 
 constexpr size_t kCount = std::size(kEngineClasses);

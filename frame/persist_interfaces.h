@@ -27,6 +27,12 @@ struct IPersistXmlDeltas : IUnknown {
   virtual HRESULT SaveDeltas(IUnknown* document, IUnknown* node, ZemoTime* since) = 0;
 };
 
+// A new object of the same class with the same settings.
+struct ICloneable : IUnknown {
+  static constexpr IID iid = IID_ICloneable;
+  virtual HRESULT Clone(IUnknown** clone) = 0;
+};
+
 struct ISelectableObject : IUnknown {
   static constexpr IID iid = IID_ISelectableObject;
   virtual HRESULT GetSelectName(BSTR* name) = 0;

@@ -1,5 +1,9 @@
 #include "platform/guid.h"
 
+#include <sys/random.h>
+
+#include <cerrno>
+
 #include "platform/strings.h"
 
 namespace {
@@ -80,6 +84,24 @@ HRESULT CLSIDFromString(LPCOLESTR text, CLSID* out) {
   }
   if (*p++ != u'}' || *p != 0) return CO_E_CLASSSTRING;
   *out = g;
+  return S_OK;
+}
+
+HRESULT CoCreateGuid(GUID* out) {
+  if (!out) return E_INVALIDARG;
+  uint8_t bytes[16];
+  for (size_t got = 0; got < sizeof bytes;) {
+    ssize_t n = getrandom(bytes + got, sizeof bytes - got, 0);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return HRESULT_FROM_WIN32(static_cast<DWORD>(errno));
+    }
+    got += static_cast<size_t>(n);
+  }
+  // A random identifier of the standard's version 4 and variant 1.
+  bytes[7] = static_cast<uint8_t>((bytes[7] & 0x0F) | 0x40);
+  bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);
+  std::memcpy(out, bytes, sizeof bytes);
   return S_OK;
 }
 

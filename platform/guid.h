@@ -83,4 +83,6 @@ ZEMO_API int StringFromGUID2(REFGUID guid, OLECHAR* out, int max);
 ZEMO_API HRESULT StringFromCLSID(REFCLSID clsid, LPOLESTR* out);
 // Parses the braced text; anything else is CO_E_CLASSSTRING.
 ZEMO_API HRESULT CLSIDFromString(LPCOLESTR text, CLSID* out);
+// A new random identifier.
+ZEMO_API HRESULT CoCreateGuid(GUID* out);
 }
