@@ -220,6 +220,8 @@ bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string
 void Analysis::TickTo(uint64_t second) {
   uint64_t from = second - m_second > kMaxTicksPerGap ? second : m_second + 1;
   for (uint64_t s = from; s <= second; ++s) m_time->ProcessTime(s * kSecond);
+  // What the site says of the capture's duration, for a summary written now.
+  RefreshDuration();
   // Before the hook, so that a save at this tick holds the summary stored here.
   StoreSummary(second * kSecond);
   if (m_onTick) m_onTick(second * kSecond);

@@ -11,9 +11,19 @@ void CStatMap::Clear() {
 }
 
 HRESULT CStatMap::Load(std::u16string_view path) {
+  ComPtr<IXMLDOMDocument> document;
+  HRESULT hr = Boundary([&] { document = LoadXmlDocument(path); });
+  if (FAILED(hr)) {
+    Clear();
+    return hr;
+  }
+  return Load(document.Get());
+}
+
+HRESULT CStatMap::Load(IXMLDOMDocument* document) {
   Clear();
   HRESULT hr = Boundary([&] {
-    ComPtr<IXMLDOMDocument> document = LoadXmlDocument(path);
+    if (!document) AtlThrow(E_POINTER);
     ComPtr<IXMLDOMElement> root;
     if (document->get_documentElement(root.ReleaseAndGetAddressOf()) != S_OK || !root) AtlThrow(E_FAIL);
     ForEachChildElement(root.Get(), [&](IXMLDOMElement* stat) {

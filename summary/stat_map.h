@@ -14,6 +14,7 @@
 
 #include "frame/hash_map.h"
 #include "platform/guid.h"
+#include "platform/xml_dom.h"
 
 namespace zemo {
 
@@ -25,6 +26,8 @@ class CStatMap {
   // given: E_FAIL for a file that does not load or a `stat` without `id`
   // or `name`. Raises nothing.
   HRESULT Load(std::u16string_view path);
+  // The same from a document already loaded.
+  HRESULT Load(IXMLDOMDocument* document);
 
   bool Empty() const noexcept { return m_names.IsEmpty(); }
   size_t Count() const noexcept { return m_order.size(); }

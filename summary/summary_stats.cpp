@@ -284,27 +284,6 @@ HRESULT SummaryStats::CreateTracker(VARIANT description, IZemoStatsTracker** tra
 
 // ---- ISelectableObject ------------------------------------------------------
 
-HRESULT SummaryStats::GetSelectName(BSTR* name) {
-  return Unlocked([&] {
-    CheckOut(name);
-    *name = AllocBstr(u"summarystats");
-  });
-}
-
-HRESULT SummaryStats::GetSelectFlag(ULONG* flag) {
-  return Unlocked([&] {
-    CheckOut(flag);
-    *flag = 0;
-  });
-}
-
-HRESULT SummaryStats::GetSelectParams(ISelectParams** params) {
-  return Unlocked([&]() -> HRESULT {
-    CheckOut(params);
-    return E_NOTIMPL;
-  });
-}
-
 // The update runs outside this object's lock: the updater goes through the
 // context, whose lock comes before ours.
 HRESULT SummaryStats::Select(ISelectParams* params, IUnknown** out) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/persist_interfaces.h"
+#include "frame/selection.h"
 #include "frame/stats_interfaces.h"
 #include "frame/tracker_interfaces.h"
 #include "platform/object.h"
@@ -19,7 +20,7 @@ namespace zemo {
 
 class SummaryStats final
     : public Object<SummaryStats, ISummaryStats, IZemoStats, IPersistStream, IPersistXml, IPersistFile,
-                    IZemoStatsTrackerFactory, ISelectableObject> {
+                    IZemoStatsTrackerFactory, NamedSelection<SummaryStats>> {
  public:
   // Creates the current snapshot.
   HRESULT FinalConstruct();
@@ -54,9 +55,8 @@ class SummaryStats final
   HRESULT CreateTracker(VARIANT description, IZemoStatsTracker** tracker) override;
 
   // ISelectableObject: a path ends here, after the summary is brought up to date.
-  HRESULT GetSelectName(BSTR* name) override;
-  HRESULT GetSelectFlag(ULONG* flag) override;
-  HRESULT GetSelectParams(ISelectParams** params) override;
+  static constexpr const char16_t* kSelectName = u"summarystats";
+  static constexpr ULONG kSelectFlag = 0;
   HRESULT Select(ISelectParams* params, IUnknown** out) override;
   HRESULT GetTable(IDataTable** table) override;
 

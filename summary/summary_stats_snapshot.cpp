@@ -248,40 +248,41 @@ HRESULT SummaryStatsSnapshot::SetItem(REFGUID id, REFGUID parent, BSTR label, co
   return Locked([&] {
     SummaryStatsItem* item = Find(id);
     if (!item) item = &MakeItem(id, parent);
-    if (label) item->label = CopyOf(label);
-    if (value) item->value = *value;
+    if (label) CheckHr(item->SetLabel(label));
+    if (value) CheckHr(item->SetValue(value));
   });
 }
 
+// The per-item operations are the item's own, found by id under the lock.
 HRESULT SummaryStatsSnapshot::GetParent(REFGUID id, GUID* parent) {
   return Locked([&] {
     CheckOut(parent);
-    *parent = Item(id).parent;
+    return Existing(id).GetParent(parent);
   });
 }
 
 HRESULT SummaryStatsSnapshot::SetLabel(REFGUID id, BSTR label) {
-  return Locked([&] { Existing(id).label = CopyOf(label); });
+  return Locked([&] { return Existing(id).SetLabel(label); });
 }
 
 HRESULT SummaryStatsSnapshot::GetLabel(REFGUID id, BSTR* label) {
   return Locked([&] {
     CheckOut(label);
-    *label = Item(id).label.Copy();
+    return Existing(id).GetLabel(label);
   });
 }
 
 HRESULT SummaryStatsSnapshot::SetValue(REFGUID id, const SummaryStatValue* value) {
   return Locked([&] {
     if (!value) AtlThrow(E_POINTER);
-    Existing(id).value = *value;
+    return Existing(id).SetValue(value);
   });
 }
 
 HRESULT SummaryStatsSnapshot::GetValue(REFGUID id, SummaryStatValue* value) {
   return Locked([&] {
     CheckOut(value);
-    *value = Item(id).value;
+    return Existing(id).GetValue(value);
   });
 }
 

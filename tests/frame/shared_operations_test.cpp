@@ -32,9 +32,9 @@ class BrokenPath final : public zemo::Object<BrokenPath, ISelectParams> {
 };
 
 // The classes whose stream size grows with what they have seen.
-const std::set<std::u16string> kSizeUnknown = {u"ConversationStats", u"EntityTable", u"NodeStats",
+const std::set<std::u16string> kSizeUnknown = {u"ConversationStats", u"EntityTable",  u"NodeStats",
                                                u"ProtocolStats",     u"ProtocolStatsByID", u"StatsContext",
-                                               u"TupleTable"};
+                                               u"SummaryStats",      u"SummaryStatsSnapshot", u"TupleTable"};
 
 TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
   auto path = BrokenPath::Create();
