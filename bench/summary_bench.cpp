@@ -16,6 +16,7 @@
 #include "frame/class_table.h"
 #include "frame/clsids.h"
 #include "frame/module.h"
+#include "platform/class_store.h"
 #include "summary/summary_interfaces.h"
 
 namespace {

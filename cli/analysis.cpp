@@ -155,7 +155,11 @@ void Analysis::AddHostParts() {
 
 void Analysis::DescribeSource(const CaptureFactsData& facts, bool live) {
   if (m_captureFacts) m_captureFacts->Set(facts);
-  m_liveSince = live ? MonotonicNs() : 0;
+  // A live capture's clock starts at its first description.
+  if (!live)
+    m_liveSince = 0;
+  else if (!m_liveSince)
+    m_liveSince = MonotonicNs();
 }
 
 void Analysis::SetPacketsDropped(uint64_t dropped) {

@@ -79,7 +79,7 @@ class Analysis {
 
   // What the host knows of the capture, for the summary: its source, link
   // type and speed, the file's size. A live capture's duration is the time
-  // it ran from now on; a file's is its span of packet time.
+  // it ran since its first description; a file's is its span of packet time.
   void DescribeSource(const CaptureFactsData& facts, bool live);
   // The packets the capture dropped, as the site tells the summary.
   void SetPacketsDropped(uint64_t dropped);
