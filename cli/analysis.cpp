@@ -8,9 +8,11 @@
 #include <cstring>
 
 #include "cli/node_views.h"
+#include "cli/report.h"
 #include "cli/saving.h"
 #include "engine/engine.h"
 #include "frame/class_table.h"
+#include "frame/cloneable.h"
 #include "frame/clsids.h"
 #include "frame/module.h"
 #include "frame/persist_interfaces.h"
@@ -62,6 +64,8 @@ CLSID ClassOfStatistic(IUnknown* stats) {
 
 std::u16string ClassNameOf(REFCLSID clsid) {
   if (const ClassInfo* row = FindClass(clsid)) return row->name;
+  for (const EngineClass& c : EngineClasses())
+    if (c.clsid == clsid) return c.name;
   OLECHAR text[39];
   StringFromGUID2(clsid, text, 39);
   return text;
@@ -145,11 +149,78 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
     if (FAILED(hr)) continue;
     m_context->AddStats(row.clsid, stats.Get());
   }
+  AddHostParts();
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
   CheckHr(m_context.As(&m_time));
   m_context.As(&m_events);
   return true;
+}
+
+void Analysis::AddHostParts() {
+  m_expert = ExpertStats::Create();
+  CheckHr(m_context->AddStats(CLSID_KorvantExpertStats, m_expert.Get()));
+  m_captureFacts = CaptureFacts::Create();
+  m_site = Site::Create();
+  m_site->SetService(kServiceUpdateSummaryStats, m_captureFacts->GetUnknown());
+  CheckHr(m_context.Query<IObjectWithSite>()->SetSite(static_cast<IServiceProvider*>(m_site.Get())));
+}
+
+void Analysis::DescribeSource(const CaptureFactsData& facts, bool live) {
+  if (m_captureFacts) m_captureFacts->Set(facts);
+  // A live capture's clock starts at its first description.
+  if (!live)
+    m_liveSince = 0;
+  else if (!m_liveSince)
+    m_liveSince = MonotonicNs();
+}
+
+void Analysis::SetPacketsDropped(uint64_t dropped) {
+  if (m_site) CheckHr(m_site->SetProperty(u"PacketsDropped", CVariant::UI8(dropped)));
+}
+
+void Analysis::RefreshDuration() {
+  if (!m_site) return;
+  ULONGLONG duration = 0;
+  if (m_liveSince)
+    duration = MonotonicNs() - m_liveSince;
+  else if (m_facts.frames)
+    m_context->GetDuration(&duration);
+  CheckHr(m_site->SetProperty(u"Duration", CVariant::I8(static_cast<int64_t>(duration))));
+}
+
+HRESULT Analysis::UpdateSummary() {
+  if (!m_context) return E_FAIL;
+  RefreshDuration();
+  return m_context->UpdateStats();
+}
+
+ComPtr<ISummaryStats> Analysis::Summary() const {
+  ComPtr<ISummaryStats> summary;
+  if (m_context) m_context->GetStats(CLSID_SummaryStats, ISummaryStats::iid, summary.OutVoid());
+  return summary;
+}
+
+// A copy of the summary as it stands at a tick, kept in SummaryStats beside
+// the current one. Off the packet path, like every tick's work.
+void Analysis::StoreSummary(ZemoTime tick) {
+  const uint64_t second = tick / kSecond;
+  if (!m_summaryEvery || (m_summaryDue && second < m_summaryDue)) return;
+  m_summaryDue = second + m_summaryEvery;
+  ComPtr<ISummaryStats> summary = Summary();
+  ComPtr<ISummaryStatsSnapshot> current;
+  if (!summary || FAILED(summary->GetSnapshot(0, current.ReleaseAndGetAddressOf()))) return;
+  UpdateSummary();
+  ComPtr<IUnknown> copy;
+  CheckHr(current.Query<ICloneable>()->Clone(copy.ReleaseAndGetAddressOf()));
+  ComPtr<ISummaryStatsSnapshot> stored = copy.Query<ISummaryStatsSnapshot>();
+  // A copy has its source's id; a stored one gets its own, so that saves
+  // and loads tell them apart.
+  GUID id{};
+  CheckHr(CoCreateGuid(&id));
+  CheckHr(stored->SetID(id));
+  CheckHr(stored->SetName(CBstr(FromUtf8(IsoTime(tick))).Get()));
+  CheckHr(summary->AddSnapshot(stored.Get()));
 }
 
 bool Analysis::StartFromSaves(const std::vector<std::string>& paths, std::string* error) {
@@ -170,6 +241,10 @@ void Analysis::TickTo(uint64_t second) {
     m_time->ProcessTime(s * kSecond);
     if (m_onSecond) m_onSecond(s * kSecond, jumped);
   }
+  // What the site says of the capture's duration, for a summary written now.
+  RefreshDuration();
+  // Before the hooks, so that a save at this tick holds the summary stored here.
+  StoreSummary(second * kSecond);
   for (const auto& hook : m_onTick) hook(second * kSecond);
 }
 
@@ -177,7 +252,7 @@ void Analysis::Decode(const CaptureFrame& frame, DecodedFrame& out) const {
   out.bytes.assign(frame.data, frame.data + frame.captureLength);
   out.frame = frame;
   out.frame.data = out.bytes.data();
-  m_decoder.Decode(*out.packet, out.frame.data, frame.captureLength, frame.wireLength, frame.time);
+  out.faults = m_decoder.Decode(*out.packet, out.frame.data, frame.captureLength, frame.wireLength, frame.time);
 }
 
 void Analysis::Process(const DecodedFrame& decoded) {
@@ -198,6 +273,7 @@ void Analysis::Process(const DecodedFrame& decoded) {
   ++m_secondPackets;
   m_secondBytes += frame.wireLength;
   if (!m_decoder.Known()) ++m_facts.undecoded;
+  if (decoded.faults) m_expert->Count(decoded.faults);
 
   if (!m_timing) {
     m_process->ProcessPacket(decoded.packet.Get());

@@ -4,6 +4,10 @@
 // reused Packet and hands it to the context, ticking the context once for
 // each whole second of packet time that passes and once at the end.
 //
+// Beside the module's statistics the context holds the expert statistic,
+// which counts the decoder's faults, and has a site that tells the summary
+// what the host knows of the capture.
+//
 // An Analysis can instead hold a context loaded from saved files, which the
 // report reads the same way; only the facts of a run (link type, peak
 // rates, timing) are then unknown.
@@ -15,8 +19,12 @@
 #include <vector>
 
 #include "cli/capture_source.h"
+#include "engine/capture_facts.h"
+#include "engine/expert_stats.h"
 #include "engine/frame_decoder.h"
+#include "engine/site.h"
 #include "frame/stats_interfaces.h"
+#include "summary/summary_interfaces.h"
 
 namespace zemo::cli {
 
@@ -26,6 +34,7 @@ struct DecodedFrame {
   CaptureFrame frame{};  // data points into bytes
   std::vector<uint8_t> bytes;
   ComPtr<Packet> packet;
+  uint32_t faults = 0;  // FrameFault bits
 };
 
 // One statistic in the context.
@@ -74,6 +83,21 @@ class Analysis {
   // packet; never on the packet path.
   void OnSecond(std::function<void(ZemoTime, bool jumped)> hook) { m_onSecond = std::move(hook); }
 
+  // Stores a copy of the summary in SummaryStats at the first tick and then
+  // once every `seconds` of packet time (0: never), named by the tick's time.
+  void StoreSummaryEvery(uint32_t seconds) { m_summaryEvery = seconds; }
+
+  // What the host knows of the capture, for the summary: its source, link
+  // type and speed, the file's size. A live capture's duration is the time
+  // it ran since its first description; a file's is its span of packet time.
+  void DescribeSource(const CaptureFactsData& facts, bool live);
+  // The packets the capture dropped, as the site tells the summary.
+  void SetPacketsDropped(uint64_t dropped);
+  // Brings the current summary up to date; the updater's status.
+  HRESULT UpdateSummary();
+  // The context's SummaryStats, null when it holds none (an older save).
+  ComPtr<ISummaryStats> Summary() const;
+
   // Copies the frame and decodes it into out, on whatever thread reads the
   // capture; touches nothing of the analysis but the decoder, which only
   // reads.
@@ -102,6 +126,11 @@ class Analysis {
 
  private:
   bool CreateContext(std::string* error);
+  // The expert statistic and the site, for a run.
+  void AddHostParts();
+  // The site's duration of the capture, as it stands.
+  void RefreshDuration();
+  void StoreSummary(ZemoTime tick);
   // The statistics of the context, in its slot order.
   void CollectStatistics();
   void TickTo(uint64_t second);
@@ -122,6 +151,12 @@ class Analysis {
   uint32_t m_window = 0;  // 0: the ring's own shape
   std::vector<std::function<void(ZemoTime)>> m_onTick;
   std::function<void(ZemoTime, bool)> m_onSecond;
+  ComPtr<ExpertStats> m_expert;
+  ComPtr<Site> m_site;
+  ComPtr<CaptureFacts> m_captureFacts;
+  uint64_t m_liveSince = 0;  // MonotonicNs at the start of a live capture; 0 for a file
+  uint32_t m_summaryEvery = 0;
+  uint64_t m_summaryDue = 0;  // the second of packet time of the next stored summary; 0: the first tick
 };
 
 // The class of a statistic, by GetClassID of whichever persistence

@@ -141,6 +141,14 @@ uint64_t CaptureSource::Position() const {
   return at < 0 ? 0 : static_cast<uint64_t>(at);
 }
 
+bool CaptureSource::InterfaceCounts(uint64_t* received, uint64_t* dropped) const {
+  pcap_stat stats{};
+  if (!m_live || pcap_stats(m_handle, &stats) != 0) return false;
+  *received = stats.ps_recv;
+  *dropped = uint64_t{stats.ps_drop} + stats.ps_ifdrop;
+  return true;
+}
+
 void CaptureSource::BreakLoop() { pcap_breakloop(m_handle); }
 
 }  // namespace zemo::cli

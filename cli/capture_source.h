@@ -51,6 +51,11 @@ class CaptureSource {
   uint64_t Position() const;
   uint64_t Size() const { return m_size; }
 
+  // What a live capture's interface and kernel counted: packets received,
+  // and packets dropped for want of room or by the interface. False for a
+  // file, or when the system does not say. Not while another thread reads.
+  bool InterfaceCounts(uint64_t* received, uint64_t* dropped) const;
+
   // Makes a waiting Next return; safe from a signal handler.
   void BreakLoop();
 

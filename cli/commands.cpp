@@ -17,6 +17,7 @@
 #include "cli/report.h"
 #include "cli/saving.h"
 #include "platform/clock.h"
+#include "platform/strings.h"
 
 namespace zemo::cli {
 namespace {
@@ -95,6 +96,17 @@ uint64_t LinkSpeedOf(const std::string& interface) {
   long long mbits = 0;
   if (!(in >> mbits) || mbits <= 0) return 0;
   return static_cast<uint64_t>(mbits) * 1000000ull;
+}
+
+// What the summary says of where the capture comes from.
+CaptureFactsData SourceFacts(const CaptureSource& source, const CaptureInfo& info, const LiveOptions* live) {
+  CaptureFactsData facts;
+  facts.source = FromUtf8(live ? "Interface " + info.file : info.file == "-" ? "Standard input" : "File " + info.file);
+  facts.linkType = info.linkType;
+  facts.linkTypeName = FromUtf8(info.linkTypeName);
+  facts.linkSpeed = live ? LinkSpeedOf(live->interface) : 0;
+  facts.fileSize = source.Size();
+  return facts;
 }
 
 // The outputs every command ends with: the exports, then the report or the
@@ -243,6 +255,9 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
   info.linkType = static_cast<uint32_t>(source.LinkType());
   info.linkTypeName = source.LinkTypeName();
+  analysis.StoreSummaryEvery(output.summaryEvery);
+  CaptureFactsData facts = SourceFacts(source, info, live);
+  analysis.DescribeSource(facts, live != nullptr);
   if (!analysis.Decoder().Known())
     info.warnings.push_back("link type " + info.linkTypeName + " (" + std::to_string(info.linkType) +
                             ") is not decoded: its frames count in totals, sizes, history and errors, without "
@@ -305,6 +320,17 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
     watch->Finish();
     info.warnings.insert(info.warnings.end(), watch->Warnings().begin(), watch->Warnings().end());
   }
+  // What only the interface knows, read once the reading is over.
+  uint64_t received = 0, dropped = 0;
+  if (live && source.InterfaceCounts(&received, &dropped)) {
+    facts.haveReceived = true;
+    facts.interfaceReceived = received;
+    analysis.DescribeSource(facts, true);
+    analysis.SetPacketsDropped(dropped);
+  }
+  // The summary as the run ends, before any save takes it along.
+  if (HRESULT hr = analysis.UpdateSummary(); FAILED(hr))
+    info.warnings.push_back("the summary is incomplete: its update failed (" + HrText(hr) + ")");
 
   // A failed save, like a damaged capture, still leaves the report.
   if (series && !series->Finish(analysis.Context(), &error)) {

@@ -19,6 +19,7 @@ struct OutputOptions {
   bool timing = false;  // where the time went, on standard error
   unsigned threads = 2;  // of a run: 1 reads, decodes and counts on one thread
   uint32_t window = 1800;  // of a run: seconds of the moving window of top nodes
+  uint32_t summaryEvery = 0;  // of a run: seconds of capture time between stored summaries; 0: none
 };
 
 struct LiveOptions {

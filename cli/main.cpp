@@ -74,6 +74,12 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
                    "Print the packets and bytes of a protocol (TCP, DNS, ...) for each second; repeatable")
       ->check(SpecCheck(&zemo::cli::ParseProtocol, "no protocol of that name: ", "NAME"))
       ->option_text("NAME");
+  command->add_option("--summary-every", output.summaryEvery,
+                      std::string("Store a copy of the summary every SECONDS of ") + clock +
+                          ", from the first second on; the JSON document lists them as summary_series, and "
+                          "saves keep them")
+      ->check(CLI::PositiveNumber)
+      ->option_text("SECONDS");
 }
 
 }  // namespace

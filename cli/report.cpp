@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/node_views.h"
+#include "cli/summary_report.h"
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
 #include "network/history_stats.h"
@@ -42,6 +43,36 @@ Totals ReadTotals(const Analysis& analysis) {
     t.duration = t.stop > t.start ? t.stop - t.start : 0;
   }
   return t;
+}
+
+// The summary shows in a section of its own, not as a table.
+bool IsSummary(const StatisticEntry& s) { return s.selectName == "summarystats"; }
+
+// The summary's snapshots as trees, the current one first; none when the
+// context has no SummaryStats.
+struct SummaryTrees {
+  std::vector<std::vector<SummaryNode>> trees;
+  std::vector<std::pair<std::string, GUID>> stored;  // name and id of each stored one
+};
+
+SummaryTrees ReadSummaries(const Analysis& analysis) {
+  SummaryTrees out;
+  ComPtr<ISummaryStats> summary = analysis.Summary();
+  LONG count = 0;
+  if (!summary || FAILED(summary->GetSnapshotCount(&count))) return out;
+  for (LONG i = 0; i < count; ++i) {
+    ComPtr<ISummaryStatsSnapshot> snapshot;
+    if (FAILED(summary->GetSnapshot(i, snapshot.ReleaseAndGetAddressOf()))) continue;
+    if (i > 0) {
+      CBstr name;
+      GUID id{};
+      snapshot->GetName(name.Out());
+      snapshot->GetID(&id);
+      out.stored.emplace_back(name.Utf8(), id);
+    }
+    out.trees.push_back(ReadSummaryTree(snapshot.Get(), ReportStatMap()));
+  }
+  return out;
 }
 
 const StatisticEntry* Find(const Analysis& analysis, std::string_view name) {
@@ -681,7 +712,21 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   }
 
   JsonOut out(file);
-  out.Text() = "{\n  \"capture\": " + Indented(capture, 1) + ",\n  \"statistics\": {";
+  out.Text() = "{\n  \"capture\": " + Indented(capture, 1) + ",\n";
+  SummaryTrees summaries = ReadSummaries(analysis);
+  if (!summaries.trees.empty()) {
+    Json series = Json::array();
+    for (size_t i = 0; i < summaries.stored.size(); ++i) {
+      OLECHAR id[39];
+      StringFromGUID2(summaries.stored[i].second, id, 39);
+      series.push_back({{"name", summaries.stored[i].first},
+                        {"id", ToUtf8(std::u16string_view(id, 38))},
+                        {"summary", SummaryJson(summaries.trees[i + 1])}});
+    }
+    out.Text() += "  \"summary\": " + Indented(SummaryJson(summaries.trees[0]), 1) + ",\n";
+    out.Text() += "  \"summary_series\": " + Indented(series, 1) + ",\n";
+  }
+  out.Text() += "  \"statistics\": {";
   bool first = true;
   auto open = [&](const std::string& name) {
     out.Text() += first ? "\n    " : ",\n    ";
@@ -696,7 +741,7 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
       continue;
     }
     TableReader table;
-    if (!s.selectable || !table.Open(s.stats.Get())) continue;
+    if (!s.selectable || IsSummary(s) || !table.Open(s.stats.Get())) continue;
     open(s.selectName);
     WriteRows(out, table.Columns(), [&](auto&& row) {
       table.ForEachRow([&](size_t, std::span<const DataCellView> cells) {
@@ -902,6 +947,8 @@ void PrintTracks(std::FILE* out, const AlarmWatch& watch) {
 void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top,
                  const AlarmWatch* watch) {
   PrintCapture(out, analysis, info);
+  SummaryTrees summaries = ReadSummaries(analysis);
+  if (!summaries.trees.empty()) PrintSummary(out, summaries.trees[0]);
   std::vector<std::string> shown;
   auto section = [&](const char* name, const std::string& title, auto&& body) {
     const StatisticEntry* s = Find(analysis, name);
@@ -962,7 +1009,7 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
   shown.push_back("nodestatshierarchy");
   // Every other statistic with a table, as it gives it.
   for (const StatisticEntry& s : analysis.Statistics()) {
-    if (!s.selectable || std::find(shown.begin(), shown.end(), s.selectName) != shown.end()) continue;
+    if (!s.selectable || IsSummary(s) || std::find(shown.begin(), shown.end(), s.selectName) != shown.end()) continue;
     TableReader t;
     if (!t.Open(s.stats.Get())) continue;
     std::fprintf(out, "\n%s (%s)\n", ToUtf8(s.className).c_str(), s.selectName.c_str());

@@ -47,6 +47,8 @@ HRESULT StatsContext::FinalConstruct() {
   HRESULT hr = CreateModuleInstance(CLSID_EntityTable, IEntityTable::iid, m_entityTable.OutVoid());
   if (SUCCEEDED(hr)) hr = CreateModuleInstance(CLSID_TupleTable, ITupleTable::iid, m_tupleTable.OutVoid());
   if (SUCCEEDED(hr)) hr = m_tupleTable->SetEntityTable(m_entityTable.Get());
+  // Every context starts with the updater that writes its summary.
+  if (SUCCEEDED(hr)) hr = CreateModuleInstance(CLSID_SummaryStatsUpdater, IUnknown::iid, m_updater.OutVoid());
   return hr;
 }
 

@@ -34,7 +34,7 @@ class StatsContext final
                     IObjectWithSite, ISelectableObject, IUpdateSummaryStats> {
  public:
   ~StatsContext();
-  // Creates the identity tables and links them.
+  // Creates the identity tables, links them, and creates the summary updater.
   HRESULT FinalConstruct();
 
   // IZemoStatsContext

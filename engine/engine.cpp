@@ -9,6 +9,7 @@
 #include "engine/class_factory.h"
 #include "engine/data_table.h"
 #include "engine/id_list.h"
+#include "engine/expert_stats.h"
 #include "engine/media_utils.h"
 #include "engine/notify_sink.h"
 #include "engine/proto_specs.h"
@@ -32,6 +33,7 @@ const EngineClass kEngineClasses[] = {
     {kProgIdSite, u"Site", CLSID_ZemoSite, &CreateClass<Site>},
     {kProgIdAddressBook, u"AddressBook", CLSID_ZemoAddressBook, &CreateClass<AddressBook>},
     {kProgIdIdList, u"IdList", CLSID_ZemoIdList, &CreateClass<IdList>},
+    {kProgIdExpertStats, u"ExpertStats", CLSID_KorvantExpertStats, &CreateClass<ExpertStats>},
 };
 
 constexpr size_t kCount = std::size(kEngineClasses);

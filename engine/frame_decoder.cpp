@@ -21,6 +21,7 @@ struct Frame {
   uint32_t cap;
   uint16_t proto = kNone;  // innermost protocol so far
   ULONG status = 0;        // error bits for TestStatus
+  uint32_t faults = 0;     // FrameFault bits beyond what status says
   ULONG flags = 0;
   bool linkGroup = false;  // the link layer decided broadcast and multicast
   bool wireless = false;
@@ -127,6 +128,7 @@ void Gre(Frame& f, uint32_t off, uint32_t end) {
     header += (bits & 0x0080) ? 4 : 0;  // acknowledgement
   }
   f.Layer(proto::kGre, off, header, end);
+  if (version > 1) f.faults |= kFaultBadVersion;
   if (version != 0 || f.depth >= kMaxDepth) return;
   ++f.depth;
   if (type == 0x6558)
@@ -159,6 +161,7 @@ void IpPayload(Frame& f, uint8_t protocol, uint32_t off, uint32_t end) {
 
 void Ipv4(Frame& f, uint32_t off, uint32_t end) {
   if (f.Beyond(off, end)) return;
+  if (f.Has(off, 1) && f.U8(off) >> 4 != 4) f.faults |= kFaultBadVersion;
   uint32_t header = f.Has(off, 1) ? uint32_t(f.U8(off) & 0x0F) * 4 : 20;
   if (!f.Has(off, 4) || header < 20) {
     f.Layer(proto::kIpv4, off, std::max<uint32_t>(header, 20), end);
@@ -196,6 +199,7 @@ void Ipv6(Frame& f, uint32_t off, uint32_t end) {
     f.Layer(proto::kIpv6, off, 40, end);
     return;
   }
+  if (f.U8(off) >> 4 != 6) f.faults |= kFaultBadVersion;
   uint16_t payload = f.Be16(off + 4);
   uint32_t ipEnd = payload == 0 ? end : f.Claim(off, 40 + uint32_t(payload), end);
   uint8_t next = f.U8(off + 6);
@@ -396,6 +400,7 @@ void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
     return;
   }
   uint8_t fc0 = f.U8(off), fc1 = f.U8(off + 1);
+  if (fc0 & 3) f.faults |= kFaultBadVersion;
   uint8_t type = (fc0 >> 2) & 3, subtype = fc0 >> 4;
   uint16_t kind = proto::ByIeee80211Type(type, subtype);
   f.p.SetFrameProtoSpecId(kind);
@@ -471,6 +476,7 @@ void Radiotap(Frame& f, uint32_t off, uint32_t end) {
   }
   uint32_t length = f.Le16(off + 2);
   f.Layer(proto::kRadiotap, off, length, end);
+  if (f.U8(off) != 0) f.faults |= kFaultBadVersion;
   if (f.U8(off) != 0 || length < 8 || !f.Has(off, length)) return;
   uint32_t present = f.Le32(off + 4);
   uint32_t limit = off + length;
@@ -615,6 +621,8 @@ void RawIp(Frame& f, uint32_t off, uint32_t end) {
     Ipv4(f, off, end);
   else if (version == 6)
     Ipv6(f, off, end);
+  else
+    f.faults |= kFaultBadVersion;
 }
 
 }  // namespace
@@ -651,8 +659,8 @@ bool IsKnownLinkType(uint32_t linkType) noexcept {
   }
 }
 
-void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
-                          ZemoTime time) const noexcept {
+uint32_t FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
+                              ZemoTime time) const noexcept {
   packet.Clear();
   if (!data) captureLength = 0;
   packet.SetData(data, captureLength);
@@ -662,6 +670,9 @@ void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureL
   // Layers end where the wire ended, or where the capture did if a broken
   // file says it captured more than the wire carried.
   uint32_t end = std::max(wireLength, captureLength);
+  uint32_t faults = 0;
+  if (captureLength < wireLength) faults |= kFaultTruncated;
+  if (end > 0xFFFF) faults |= kFaultCountedShort;
   switch (m_linkType) {
     case link::kEthernet: Ethernet(f, 0, end); break;
     case link::kLinuxSll: LinuxSll(f, 0, end); break;
@@ -676,7 +687,7 @@ void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureL
     case link::kIeee80211: Ieee80211(f, 0, end); break;
     case link::kRadiotap: Radiotap(f, 0, end); break;
     case link::kPrism: Prism(f, 0, end); break;
-    default: return;
+    default: return faults | kFaultUnknownLink;
   }
   if (f.proto != kNone) {
     packet.SetProtoSpecId(f.proto);
@@ -686,6 +697,8 @@ void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureL
   packet.SetStatus(f.status);
   if (f.status) packet.SetError(true);
   if (f.wireless) packet.SetWirelessMediaInfo();
+  if (f.status & kPacketStatusFrame) faults |= kFaultMalformed;
+  return faults | f.faults;
 }
 
 }  // namespace zemo

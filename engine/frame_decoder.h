@@ -63,6 +63,18 @@ LinkMedium MediumOfLinkType(uint32_t linkType) noexcept;
 // True for the link types the decoder has an analyzer for.
 bool IsKnownLinkType(uint32_t linkType) noexcept;
 
+// What a decode found wrong with a frame, as bits: the faults an analyser's
+// expert information would point out. The packet is decoded as far as it
+// goes whatever they are.
+enum FrameFault : uint32_t {
+  kFaultMalformed = 1u << 0,     // a header claims more bytes than its carrier holds
+  kFaultTruncated = 1u << 1,     // fewer bytes captured than the wire carried
+  kFaultUnknownLink = 1u << 2,   // a link type without an analyzer
+  kFaultBadVersion = 1u << 3,    // a header of a version the analyzer doesn't know
+  kFaultCountedShort = 1u << 4,  // longer than 65535 bytes: the engine counts 65535
+};
+inline constexpr size_t kFrameFaultKinds = 5;
+
 class FrameDecoder {
  public:
   explicit FrameDecoder(uint32_t linkType) noexcept : m_linkType(linkType) {}
@@ -72,9 +84,9 @@ class FrameDecoder {
 
   // Clears the packet and fills it from the frame. data holds captureLength
   // bytes and must outlive the packet's use. A frame of an unknown link
-  // type gets lengths and time only.
-  void Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
-              ZemoTime time) const noexcept;
+  // type gets lengths and time only. Gives the frame's faults (FrameFault bits).
+  uint32_t Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
+                  ZemoTime time) const noexcept;
 
  private:
   uint32_t m_linkType;

@@ -12,6 +12,9 @@ inline constexpr char16_t kProgIdSimplePropBag[] = u"ZemoUtil.SimplePropBag";
 inline constexpr char16_t kProgIdDataTable[] = u"ZemoUtil.DataTable";
 inline constexpr char16_t kProgIdMediaUtils[] = u"ZemoCore.MediaUtils";
 inline constexpr char16_t kProgIdProtoSpecs[] = u"ZemoCore.ProtoSpecs";
+// The expert component, a statistic that the summary updater offers the
+// snapshot to when a context holds one under this class.
+inline constexpr char16_t kProgIdExpertStats[] = u"korvant.ExpertStats";
 
 // A protocol identifier of the host's protocol tree: 16 bits in a 32-bit
 // value; 0xFFFF means none.

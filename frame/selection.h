@@ -52,13 +52,12 @@ HRESULT SelectFound(ISelectParams* params, IUnknown* object, IUnknown** out);
 HRESULT SelectLeaf(ISelectParams* params, IUnknown* self, IUnknown** out, HRESULT furtherStep = E_NOTIMPL,
                    bool nullParamsEnd = false);
 
-// ISelectableObject of an object without children, listed in the object
-// skeleton in its place: the name D::kSelectName, the flag D::kSelectFlag, no
-// steps to offer, and a path that ends here or gives E_NOTIMPL. D implements
-// GetTable and lets this base reach its lock (as a friend of D or of a base
-// of D between it and the skeleton).
+// The name, flag and offered steps of a selectable object, listed in the
+// object skeleton in place of ISelectableObject: the name D::kSelectName,
+// the flag D::kSelectFlag, no steps to offer. D implements Select and
+// GetTable.
 template <class D>
-struct LeafSelection : ISelectableObject {
+struct NamedSelection : ISelectableObject {
   using interface_type = ISelectableObject;
   HRESULT GetSelectName(BSTR* name) final {
     return Boundary([&] {
@@ -78,6 +77,14 @@ struct LeafSelection : ISelectableObject {
       return E_NOTIMPL;
     });
   }
+};
+
+// ISelectableObject of an object without children: a named selection whose
+// path ends here or gives E_NOTIMPL. D implements GetTable and lets this
+// base reach its lock (as a friend of D or of a base of D between it and
+// the skeleton).
+template <class D>
+struct LeafSelection : NamedSelection<D> {
   HRESULT Select(ISelectParams* params, IUnknown** out) final {
     D* self = static_cast<D*>(this);
     return self->Locked([&] { return SelectLeaf(params, self->GetUnknown(), out); });

@@ -22,6 +22,16 @@ void PairRates(ULONGLONG packets1, ULONGLONG bytes1, ULONGLONG packets2, ULONGLO
   bitsPerSecond = static_cast<double>(db + 8 * dp) * 8.0 * kNanosecondsPerSecond / static_cast<double>(duration);
 }
 
+}  // namespace
+
+double BitsPerSecond(ULONGLONG packets, ULONGLONG bytes, ZemoTime duration) noexcept {
+  double packetsPerSecond = 0, bitsPerSecond = 0;
+  PairRates(0, 0, packets, bytes, duration, packetsPerSecond, bitsPerSecond);
+  return bitsPerSecond;
+}
+
+namespace {
+
 ComPtr<IXMLDOMNode> RequiredChild(IXMLDOMNode* parent, std::u16string_view name) {
   ComPtr<IXMLDOMNode> child = SelectXmlNode(parent, name);
   if (!child) AtlThrow(E_FAIL);

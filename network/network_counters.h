@@ -134,6 +134,10 @@ inline void TakeSample(SampleTracker& tracker, const NetworkCounters& now, ZemoT
   tracker.stats2 = now;
 }
 
+// The bits per second of a pair over a duration in ns, each packet counting
+// for eight bytes more than its length; 0 over a duration of 0.
+double BitsPerSecond(ULONGLONG packets, ULONGLONG bytes, ZemoTime duration) noexcept;
+
 // The rates between the two samples. Without both times the interval is one
 // second; an interval of 0 gives rates of 0. Each packet counts for eight
 // bytes more than its length in the bit rates.

@@ -226,20 +226,26 @@ TEST_F(Server, TicksWhilePacketsFlowAndReadersRead) {
   }
   ASSERT_EQ(S_OK, server->AddAlarm(alarm.Get()));
 
-  std::atomic<uint64_t> second{0};
+  // The packets of a second follow the tick of the second before, as a
+  // host's do: a tick never sees a later second's bytes, so the rates and
+  // the alarm's end state do not depend on how the threads are scheduled.
+  std::atomic<uint64_t> second{0}, ticked{0};
   std::atomic<bool> done{false};
   std::thread packets([&] {
     for (uint64_t s = 1; s <= kSeconds; ++s) {
+      while (ticked.load() + 1 < s) std::this_thread::yield();
       for (int n = 1; n <= kNodes; ++n) SendMac(static_cast<uint8_t>(n), 0x02, static_cast<USHORT>(60 + s), At(s));
       second = s;
     }
   });
   std::thread ticks([&] {
     for (uint64_t s = 1; s <= kSeconds;) {
-      if (second.load() >= s)
-        server->ProcessTime(At(s++));
-      else
+      if (second.load() >= s) {
+        server->ProcessTime(At(s));
+        ticked = s++;
+      } else {
         std::this_thread::yield();
+      }
     }
   });
   std::thread readers([&] {

@@ -196,6 +196,24 @@ TEST(ZemostatsLive, CapturesACountedNumberOfPacketsFromAVethPair) {
   EXPECT_GE(doc["capture"]["bytes"].get<uint64_t>(), 25u * 42);
   EXPECT_EQ("EN10MB", doc["capture"]["link_type"]);
   EXPECT_TRUE(doc["capture"]["live"].get<bool>());
+
+  // The summary has what only the interface knows: what it received and
+  // dropped, and how long the capture ran.
+  auto find = [](const json& nodes, const char* id) -> const json* {
+    for (const json& node : nodes)
+      if (node["id"] == id) return &node;
+    return nullptr;
+  };
+  const json* source = find(doc["summary"], "{BDE7310D-FF9E-4486-A150-08409F83DE67}");
+  const json* general = find(doc["summary"], "{A8B16D75-4399-454F-802C-962B7DEC8C1E}");
+  ASSERT_TRUE(source && general) << doc["summary"].dump(1);
+  EXPECT_EQ("Interface " + veth.Here(), (*source)["name"]);
+  const json* received = find((*source)["items"], "{FDD49B65-3BCB-4411-A90E-027A5D637CD4}");
+  const json* dropped = find((*general)["items"], "{3D746368-C270-4BF5-8170-AD1E01E7B5EF}");
+  const json* ran = find((*general)["items"], "{3C5CB151-585B-42AE-B894-0C2CC5324EF1}");
+  ASSERT_TRUE(received && dropped && ran);
+  EXPECT_GE((*received)["value"].get<uint64_t>(), 25u);
+  EXPECT_GT((*ran)["value"].get<int64_t>(), 0);
 }
 
 TEST(ZemostatsLive, StopsCleanlyOnInterruptAndAtItsTimeLimit) {

@@ -2,6 +2,7 @@
 // generator's own record, bad input, exports, and the decoder over the
 // sample frame by frame.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <limits>
@@ -313,6 +314,56 @@ TEST_F(GeneratedSample, TheReportNamesTheCaptureAndItsFigures) {
     std::string section = r.out.substr(at, end - at);
     EXPECT_EQ(5, std::count(section.begin(), section.end(), '\n') + 1) << section;
   }
+}
+
+// The summary's group or item of that name among nodes, or null.
+const json* Named(const json& nodes, const std::string& name) {
+  for (const json& node : nodes)
+    if (node["name"] == name) return &node;
+  return nullptr;
+}
+
+TEST_F(GeneratedSample, TheSummaryIsNamedFromAnyFolderAndKeptBySaves) {
+  // From a folder without a stat map of its own: the shipped one names the items.
+  ScratchDir dir;
+  char* back = getcwd(nullptr, 0);
+  ASSERT_EQ(0, chdir(dir.Path().c_str()));
+  const std::string saved = dir.File("context.save");
+  RunResult r = RunZemostats({"analyze", "--json", "--summary-every", "4", "--save", saved, SamplePath()});
+  RunResult report = RunZemostats({"analyze", SamplePath()});
+  // A map in the current folder wins, as it does for the module.
+  std::FILE* map = std::fopen("Statmap.xml", "w");
+  std::fputs("<m><stat id=\"{297321C1-3D83-4A00-9A9D-E0532AD40D10}\" name=\"The wire\"/></m>", map);
+  std::fclose(map);
+  RunResult own = RunZemostats({"analyze", SamplePath()});
+  ASSERT_EQ(0, chdir(back));
+  free(back);
+  ASSERT_EQ(0, r.exitCode) << r.err;
+
+  json doc = json::parse(r.out);
+  const json* network = Named(doc["summary"], "Network");
+  ASSERT_NE(nullptr, network) << doc["summary"].dump(1);
+  EXPECT_EQ(Record().size(), (*Named((*network)["items"], "Packets"))["value"].get<uint64_t>());
+  EXPECT_EQ(doc["capture"]["bytes"], (*Named((*network)["items"], "Bytes"))["value"]);
+  const json* expert = Named(doc["summary"], "Expert information");
+  ASSERT_NE(nullptr, expert);
+  EXPECT_EQ(5u, (*expert)["items"].size());
+  EXPECT_NE(nullptr, Named(doc["summary"], "File " + SamplePath()));
+  // Twelve seconds stored every four, from the first tick on.
+  ASSERT_EQ(3u, doc["summary_series"].size());
+  for (const json& stored : doc["summary_series"]) EXPECT_NE(nullptr, Named(stored["summary"], "Network"));
+  EXPECT_FALSE(doc["statistics"].contains("summarystats"));
+
+  EXPECT_NE(std::string::npos, report.out.find("\nSummary\n  General\n")) << report.out;
+  EXPECT_NE(std::string::npos, report.out.find("\n  Network\n")) << report.out;
+  EXPECT_NE(std::string::npos, own.out.find("\n  The wire\n")) << own.out;
+
+  // A saved context shows the same summary and the stored ones.
+  RunResult shown = RunZemostats({"show", "--json", saved});
+  ASSERT_EQ(0, shown.exitCode) << shown.err;
+  json again = json::parse(shown.out);
+  EXPECT_EQ(doc["summary"], again["summary"]);
+  EXPECT_EQ(doc["summary_series"], again["summary_series"]);
 }
 
 TEST_F(GeneratedSample, StandardInputReadsTheSame) {

@@ -492,6 +492,13 @@ TEST_F(StatsContextTest, AdapterInformationIsCopiedWhateverItAnswers) {
 }
 
 TEST_F(StatsContextTest, UpdateStatsGoesToTheUpdaterWithoutTheLock) {
+  // A new context has the summary updater, which needs a SummaryStats.
+  ComPtr<IUnknown> initial;
+  ComPtr<IStatsUpdater> summaryUpdater;
+  ASSERT_EQ(S_OK, ctx->GetStatsUpdater(initial.ReleaseAndGetAddressOf()));
+  ASSERT_TRUE(initial && SUCCEEDED(initial.As(&summaryUpdater)));
+  EXPECT_EQ(E_FAIL, ctx->UpdateStats());
+  ctx->SetStatsUpdater(nullptr);
   EXPECT_EQ(S_OK, ctx->UpdateStats());  // no updater
   auto site = FakeSite::Create();
   ctx->SetStatsUpdater(site.Get());

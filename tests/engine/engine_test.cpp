@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/expert_stats.h"
 #include "frame/engine_interfaces.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
@@ -19,6 +20,7 @@ const Expected kClasses[] = {
     {u"ZemoUtil.SelectParams", CLSID_ZemoSelectParams, ISelectParams::iid},
     {u"ZemoUtil.SimplePropBag", CLSID_ZemoSimplePropBag, IPropertyBag::iid},
     {u"ZemoUtil.DataTable", CLSID_ZemoDataTable, IDataTable::iid},
+    {u"korvant.ExpertStats", CLSID_KorvantExpertStats, IUpdateSummaryStats::iid},
 };
 
 // Creation as the statistics do it: program identifier, then the class.

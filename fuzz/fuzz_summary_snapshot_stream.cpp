@@ -1,0 +1,7 @@
+// Arbitrary bytes as a stream that a SummaryStatsSnapshot loads.
+#include "fuzz_summary.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  zemo::fuzz::FuzzSummaryStream<zemo::SummaryStatsSnapshot>(data, size);
+  return 0;
+}
