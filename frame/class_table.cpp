@@ -21,6 +21,7 @@
 #include "platform/interfaces.h"
 #include "summary/summary_stats.h"
 #include "summary/summary_stats_snapshot.h"
+#include "summary/summary_stats_tracker.h"
 #include "summary/summary_stats_updater.h"
 #include "tables/conversation_stats.h"
 #include "tables/limit_settings.h"
@@ -60,7 +61,7 @@ const ClassInfo kClasses[] = {
     {u"StatsServer", CLSID_StatsServer, false, &CreateClass<StatsServer>, {&IID_IZemoStatsServer, &IID_IResetProcessing, &IID_IProcessTime, &IID_ISelectableObject}},
     {u"SummaryStats", CLSID_SummaryStats, false, &CreateClass<SummaryStats>, {&IID_ISummaryStats, &IID_IZemoStats, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory, &IID_ISelectableObject}},
     {u"SummaryStatsSnapshot", CLSID_SummaryStatsSnapshot, false, &CreateClass<SummaryStatsSnapshot>, {&IID_ISummaryStatsSnapshot, &IID_ICloneable, &IPersistStream::iid, &IID_IPersistXml}},
-    {u"SummaryStatsTracker", CLSID_SummaryStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_ISummaryStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
+    {u"SummaryStatsTracker", CLSID_SummaryStatsTracker, false, &CreateClass<SummaryStatsTracker>, {&IID_IZemoStatsTracker, &IID_ISummaryStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"SummaryStatsUpdater", CLSID_SummaryStatsUpdater, false, &CreateClass<SummaryStatsUpdater>, {&IID_IStatsUpdater}},
     {u"TupleTable", CLSID_TupleTable, false, &CreateClass<TupleTable>, {&IID_ITupleTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IID_ISelectableObject}},
     {u"WirelessChannelStats", CLSID_WirelessChannelStats, false, nullptr, {&IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory}},

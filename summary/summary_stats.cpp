@@ -270,8 +270,7 @@ HRESULT SummaryStats::CreateTracker(VARIANT description, IZemoStatsTracker** tra
         FAILED(CLSIDFromString(text.bstrVal, &item)))
       return E_INVALIDARG;
     ComPtr<ISummaryStatsTracker> made;
-    CheckHr(CoCreateInstance(CLSID_SummaryStatsTracker, nullptr, CLSCTX_ALL, ISummaryStatsTracker::iid,
-                             made.OutVoid()));
+    CheckHr(CreateModuleInstance(CLSID_SummaryStatsTracker, ISummaryStatsTracker::iid, made.OutVoid()));
     CheckHr(made->SetItemID(item));
     ComPtr<IZemoStatsTracker> out = made.Query<IZemoStatsTracker>();
     CheckHr(out->SetContext(context));

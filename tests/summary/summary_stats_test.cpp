@@ -11,6 +11,7 @@
 #include "cli/report.h"
 #include "network/network_fixture.h"
 #include "summary/summary_stats_snapshot.h"
+#include "summary/summary_stats_tracker.h"
 #include "support/scratch_dir.h"
 
 namespace zemo::testing {
@@ -222,7 +223,7 @@ TEST(StatMap, ReadsWholeOrNotAtAll) {
   EXPECT_EQ(E_FAIL, missing.Load(dir.WideFile("absent.xml")));
 }
 
-TEST_F(SummaryStatsTest, SelectionUpdatesAndTrackersNeedTheirClass) {
+TEST_F(SummaryStatsTest, SelectionUpdatesTheSummary) {
   auto context = StatsContext::Create();
   ASSERT_EQ(S_OK, context->AddStats(CLSID_SummaryStats, summary.Get()));
   auto params = Create<ISelectParams>(CLSID_ZemoSelectParams);
@@ -237,16 +238,101 @@ TEST_F(SummaryStatsTest, SelectionUpdatesAndTrackersNeedTheirClass) {
   EXPECT_EQ(E_NOTIMPL, summary->Select(params.Get(), out.ReleaseAndGetAddressOf()));
   context->SetStatsUpdater(nullptr);
   EXPECT_EQ(E_FAIL, summary->Select(Create<ISelectParams>(CLSID_ZemoSelectParams).Get(), out.ReleaseAndGetAddressOf()));
+}
 
-  // A tracker is made by its class from an item's id in text.
+// A tracker follows one item of the current snapshot: the value's own type
+// decides what a sample is, an item that is missing or has no number leaves
+// the ring as it was, and the settings survive XML and a clone.
+TEST_F(SummaryStatsTest, TrackersFollowAnItemByTheTypeItHolds) {
+  auto context = StatsContext::Create();
+  ASSERT_EQ(S_OK, context->AddStats(CLSID_SummaryStats, summary.Get()));
+  ASSERT_EQ(S_OK, context->SetStatsUpdater(nullptr));  // the test writes the snapshot itself
   ComPtr<IZemoStatsTracker> tracker;
-  EXPECT_EQ(E_POINTER, summary->CreateTracker(CVariant::Str(u"{22222222-0000-0000-0000-000000000001}"), nullptr));
+  EXPECT_EQ(E_POINTER, summary->CreateTracker(CVariant::Str(u"{22222222-0000-0000-0000-000000000002}"), nullptr));
   EXPECT_EQ(E_INVALIDARG, summary->CreateTracker(CVariant::Str(u"not an id"), tracker.ReleaseAndGetAddressOf()));
   EXPECT_EQ(E_INVALIDARG, summary->CreateTracker(CVariant::Unknown(summary->GetUnknown()),
                                                  tracker.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(REGDB_E_CLASSNOTREG, summary->CreateTracker(CVariant::Str(u"{22222222-0000-0000-0000-000000000001}"),
-                                                        tracker.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(nullptr, tracker.Get());
+
+  // Made before its item exists: nothing to track yet, and updates fail
+  // without storing anything.
+  ASSERT_EQ(S_OK, summary->CreateTracker(CVariant::Str(u"{22222222-0000-0000-0000-000000000002}"),
+                                         tracker.ReleaseAndGetAddressOf()));
+  auto keyed = ComPtr<IZemoStatsTracker>(tracker).Query<ISummaryStatsTracker>();
+  LONG count = -1;
+  ASSERT_EQ(S_OK, tracker->GetStatCount(&count));
+  EXPECT_EQ(0, count);
+  EXPECT_EQ(E_FAIL, tracker->Update(7 * kSecond));
+  ZemoTime last = 1;
+  tracker->GetLastTime(&last);
+  EXPECT_EQ(0u, last);
+
+  // A pair: stat 5 samples its bytes, any other stat its packets.
+  SummaryStatValue pair = SummaryPair(10, 1000);
+  ASSERT_EQ(S_OK, Snapshot(0)->SetItem(kPair, kGroup, nullptr, &pair));
+  ASSERT_EQ(S_OK, keyed->SetStatType(kSummaryPair));
+  ASSERT_EQ(S_OK, tracker->GetStatCount(&count));
+  EXPECT_EQ(2, count);
+  CVariant id, name;
+  ASSERT_EQ(S_OK, tracker->GetStatID(0, &id));
+  EXPECT_EQ(kSummaryPackets, id.lVal);
+  ASSERT_EQ(S_OK, tracker->GetStatID(1, &id));
+  EXPECT_EQ(kSummaryBytes, id.lVal);
+  BSTR text = nullptr;
+  EXPECT_EQ(E_INVALIDARG, tracker->GetStatName(CVariant::I4(kSummaryPair), &text));
+  ASSERT_EQ(S_OK, tracker->GetStatName(CVariant::I4(kSummaryBytes), &text));
+  EXPECT_EQ(u"Bytes", std::u16string_view(text));
+  SysFreeString(text);
+  double v = 0;
+  ASSERT_EQ(S_OK, tracker->Update(8 * kSecond));
+  ASSERT_EQ(S_OK, tracker->GetValue(8 * kSecond, &v));
+  EXPECT_EQ(10.0, v);  // stat 0
+  ASSERT_EQ(S_OK, tracker->SetStat(CVariant::I4(kSummaryBytes)));
+  pair = SummaryPair(12, 1500);
+  Snapshot(0)->SetValue(kPair, &pair);
+  ASSERT_EQ(S_OK, tracker->Update(9 * kSecond));
+  ASSERT_EQ(S_OK, tracker->GetValueRate(9 * kSecond, &v));
+  EXPECT_EQ(1490.0, v);  // 1500 bytes against the 10 packets sampled a second before
+
+  // The value's own type decides: an int under an expected double.
+  SummaryStatValue integer = SummaryValue(kSummaryInt);
+  integer.Count = 42;
+  Snapshot(0)->SetValue(kPair, &integer);
+  ASSERT_EQ(S_OK, keyed->SetStatType(kSummaryDouble));
+  ASSERT_EQ(S_OK, tracker->Update(10 * kSecond));
+  ASSERT_EQ(S_OK, tracker->GetValue(10 * kSecond, &v));
+  EXPECT_EQ(42.0, v);
+
+  // A duration has no number to follow: the update fails, no sample is stored.
+  SummaryStatValue duration = SummaryDuration(5 * kSecond);
+  Snapshot(0)->SetValue(kPair, &duration);
+  EXPECT_EQ(E_FAIL, tracker->Update(11 * kSecond));
+  tracker->GetLastTime(&last);
+  EXPECT_EQ(10 * kSecond, last);
+
+  // XML and a clone keep the item, the value type, the stat and the history.
+  ASSERT_EQ(S_OK, tracker->SetHistory(120));
+  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
+  ASSERT_EQ(S_OK, ComPtr<IZemoStatsTracker>(tracker).Query<IPersistXml>()->Save(document.Get(), document.Get(), TRUE));
+  auto loaded = SummaryStatsTracker::Create();
+  ASSERT_EQ(S_OK, loaded->Load(document.Get(), document.Get()));
+  ComPtr<IUnknown> clone;
+  ASSERT_EQ(S_OK, ComPtr<IZemoStatsTracker>(tracker).Query<ICloneable>()->Clone(clone.ReleaseAndGetAddressOf()));
+  for (IUnknown* copy : {loaded->GetUnknown(), clone.Get()}) {
+    auto t = ComPtr<IUnknown>(copy).Query<IZemoStatsTracker>();
+    auto k = ComPtr<IUnknown>(copy).Query<ISummaryStatsTracker>();
+    GUID item{};
+    ULONG type = 0;
+    LONG history = 0;
+    CVariant stat;
+    k->GetItemID(&item);
+    k->GetStatType(&type);
+    t->GetHistory(&history);
+    t->GetStat(&stat);
+    EXPECT_TRUE(item == kPair);
+    EXPECT_EQ(ULONG{kSummaryDouble}, type);
+    EXPECT_EQ(120, history);
+    EXPECT_EQ(kSummaryBytes, stat.lVal);
+  }
 }
 
 }  // namespace
