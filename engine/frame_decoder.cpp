@@ -24,6 +24,8 @@ struct Frame {
   ULONG flags = 0;
   bool linkGroup = false;  // the link layer decided broadcast and multicast
   bool wireless = false;
+  bool fragment = false;   // within the first fragment of a datagram: lengths above IP cover more than it
+  bool foreign = false;    // not the protocol its link type names
   int depth = 0;
 
   bool Has(uint32_t off, uint32_t n) const { return uint64_t(off) + n <= cap; }
@@ -99,7 +101,7 @@ void Udp(Frame& f, uint32_t off, uint32_t end) {
   uint16_t length = f.Be16(off + 4);
   // 0 is a jumbogram's length; anything shorter than the header is void.
   if (f.Beyond(off + 8, end)) return;
-  uint32_t udpEnd = length >= 8 ? f.Claim(off, length, end) : end;
+  uint32_t udpEnd = length >= 8 && !f.fragment ? f.Claim(off, length, end) : end;
   uint16_t app = ByPorts(proto::ByUdpPort, f.Be16(off), f.Be16(off + 2));
   if (app == kNone) return;
   f.Layer(app, off + 8, app == proto::kVxlan ? 8 : 0, udpEnd);
@@ -185,8 +187,11 @@ void Ipv4(Frame& f, uint32_t off, uint32_t end) {
         f.p.SetMulticast(true);
     }
   }
-  // A fragment counts at the network layer: its payload is not a header.
-  if (f.Be16(off + 6) & 0x3FFF) return;
+  // A later fragment counts at the network layer, since its payload is not
+  // a header; the first carries the transport header.
+  const uint16_t fragment = f.Be16(off + 6);
+  if (fragment & 0x1FFF) return;
+  if (fragment & 0x2000) f.fragment = true;
   IpPayload(f, f.U8(off + 9), off + header, ipEnd);
 }
 
@@ -210,7 +215,8 @@ void Ipv6(Frame& f, uint32_t off, uint32_t end) {
       at += length;
     } else if (next == 44) {
       if (!f.Has(at, 4)) break;
-      fragment = (f.Be16(at + 2) & 0xFFF9) != 0;
+      fragment = (f.Be16(at + 2) & 0xFFF8) != 0;
+      if (f.Be16(at + 2) & 1) f.fragment = true;
       next = f.U8(at);
       at += 8;
     } else if (next == 51) {
@@ -251,9 +257,18 @@ void Arp(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
 
 // --- link ---
 
+void Llc(Frame& f, uint32_t off, uint32_t end);
+
 void Vlan(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
   f.Layer(id, off, 4, end);
-  if (f.Has(off, 4)) EtherType(f, f.Be16(off + 2), off + 4, end);
+  if (!f.Has(off, 4)) return;
+  uint16_t type = f.Be16(off + 2);
+  // A tag may be followed by an 802.3 length and LLC (per-VLAN spanning tree).
+  if (type <= 1500) {
+    if (!f.Beyond(off + 4, end)) Llc(f, off + 4, f.Claim(off + 4, type, end));
+    return;
+  }
+  EtherType(f, type, off + 4, end);
 }
 
 void Mpls(Frame& f, uint32_t off, uint32_t end) {
@@ -313,10 +328,13 @@ void Snap(Frame& f, uint32_t off, uint32_t end) {
   if (!f.Has(off, 5)) return;
   uint32_t oui = uint32_t(f.U8(off)) << 16 | f.Be16(off + 1);
   uint16_t type = f.Be16(off + 3);
-  if (oui == 0 || oui == 0x0000F8)
+  if (oui == 0 || oui == 0x0000F8) {
     EtherType(f, type, off + 5, end);
-  else if (oui == 0x00000C && type == 0x2000 && !f.Beyond(off + 5, end))
-    f.Layer(proto::kCdp, off + 5, 0, end);
+  } else if (oui == 0x00000C && !f.Beyond(off + 5, end)) {
+    // Cisco's: CDP, and the spanning tree of one VLAN.
+    if (type == 0x2000) f.Layer(proto::kCdp, off + 5, 0, end);
+    if (type == 0x010B) f.Layer(proto::kStp, off + 5, 0, end);
+  }
 }
 
 void Llc(Frame& f, uint32_t off, uint32_t end) {
@@ -337,8 +355,25 @@ void Llc(Frame& f, uint32_t off, uint32_t end) {
   if (id != kNone && id != proto::kSnap && !f.Beyond(off + header, end)) f.Layer(id, off + header, 0, end);
 }
 
+// Cisco ISL: a 26-byte header, the whole frame of a VLAN, its own CRC. The
+// inner frame gives the addresses, as a VLAN tag's frame does; the outer
+// destination is ISL's multicast address and says nothing.
+bool IsIsl(const Frame& f, uint32_t off) {
+  static constexpr uint8_t kIsl[] = {0x00, 0x0C, 0x00, 0x00};
+  return f.Has(off, 5) && (f.U8(off) == 0x01 || f.U8(off) == 0x03) && std::equal(kIsl, kIsl + 4, f.d + off + 1);
+}
+
+void Isl(Frame& f, uint32_t off, uint32_t end) {
+  f.Layer(proto::kIsl, off, 26, end);
+  // Frame type 0 is Ethernet; token ring and FDDI are not followed.
+  if (!f.Has(off, 6) || (f.U8(off + 5) >> 4) != 0 || f.depth >= kMaxDepth || f.Beyond(off + 26, end)) return;
+  ++f.depth;
+  Ethernet(f, off + 26, end >= off + 26 + 4 ? end - 4 : end);
+}
+
 void Ethernet(Frame& f, uint32_t off, uint32_t end) {
   if (f.Beyond(off, end)) return;
+  if (IsIsl(f, off)) return Isl(f, off, end);
   if (f.Has(off, 6)) f.SetIfAbsent(PacketAddress::kPhysicalDestination, Mac(f, off, specs::kTypeEthernet));
   if (f.Has(off, 12)) f.SetIfAbsent(PacketAddress::kPhysicalSource, Mac(f, off + 6, specs::kTypeEthernet));
   if (f.Has(off, 6)) f.LinkGroup(off);
@@ -386,6 +421,20 @@ uint32_t BandOfFrequency(uint32_t mhz) { return mhz >= 4900 ? 3 : 4; }
 
 // A dBm reading as a share of the range from -100 dBm (0 %) to -50 dBm (100 %).
 BYTE PercentOfDbm(int dbm) { return static_cast<BYTE>(std::clamp(2 * (dbm + 100), 0, 100)); }
+
+// The transmitter and receiver are a conversation of their own only where
+// they are not the frame's source and destination (it crossed a
+// distribution system, or has no source or destination); otherwise the frame
+// would count twice in the same one. A lone receiver is no pair.
+void HopPair(Packet& p) {
+  MediaSpec ra{}, ta{}, sa{}, da{};
+  bool pair = SUCCEEDED(p.GetWirelessReceiver(&ra)) && SUCCEEDED(p.GetWirelessTransmitter(&ta));
+  if (pair && SUCCEEDED(p.GetPhysicalSource(&sa)) && SUCCEEDED(p.GetPhysicalDestination(&da)))
+    pair = !specs::Equal(ra, da) || !specs::Equal(ta, sa);
+  if (pair) return;
+  p.RemoveAddress(PacketAddress::kWirelessReceiver);
+  p.RemoveAddress(PacketAddress::kWirelessTransmitter);
+}
 
 void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
   f.wireless = true;
@@ -453,6 +502,7 @@ void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
     destination = da;
   }
   if (destination && has(destination)) f.LinkGroup(destination);
+  HopPair(f.p);
 
   f.Layer(proto::kIeee80211, off, header, end);
   if (kind != kNone) f.Layer(kind, off, header, end);
@@ -617,6 +667,18 @@ void RawIp(Frame& f, uint32_t off, uint32_t end) {
     Ipv6(f, off, end);
 }
 
+// A link type that names one IP version: a packet of another is no packet
+// of the link, and is not decoded as one.
+void OnlyIp(Frame& f, uint8_t version, uint32_t end) {
+  if (!f.Has(0, 1)) return;
+  if (f.U8(0) >> 4 != version) {
+    f.foreign = true;
+    f.status |= kPacketStatusFrame;
+    return;
+  }
+  RawIp(f, 0, end);
+}
+
 }  // namespace
 
 LinkMedium MediumOfLinkType(uint32_t linkType) noexcept {
@@ -651,7 +713,7 @@ bool IsKnownLinkType(uint32_t linkType) noexcept {
   }
 }
 
-void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
+bool FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
                           ZemoTime time) const noexcept {
   packet.Clear();
   if (!data) captureLength = 0;
@@ -669,14 +731,14 @@ void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureL
     case link::kRaw:
     case link::kRawOpenBsd:
     case link::kRawLinkType: RawIp(f, 0, end); break;
-    case link::kIpv4: Ipv4(f, 0, end); break;
-    case link::kIpv6: Ipv6(f, 0, end); break;
+    case link::kIpv4: OnlyIp(f, 4, end); break;
+    case link::kIpv6: OnlyIp(f, 6, end); break;
     case link::kNull: Loopback(f, 0, end, false); break;
     case link::kLoop: Loopback(f, 0, end, true); break;
     case link::kIeee80211: Ieee80211(f, 0, end); break;
     case link::kRadiotap: Radiotap(f, 0, end); break;
     case link::kPrism: Prism(f, 0, end); break;
-    default: return;
+    default: return true;
   }
   if (f.proto != kNone) {
     packet.SetProtoSpecId(f.proto);
@@ -686,6 +748,7 @@ void FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t captureL
   packet.SetStatus(f.status);
   if (f.status) packet.SetError(true);
   if (f.wireless) packet.SetWirelessMediaInfo();
+  return !f.foreign;
 }
 
 }  // namespace zemo

@@ -10,9 +10,16 @@
 //
 // What the packet gets:
 // - wire and capture length, time stamp;
-// - physical source and destination (Ethernet MAC, type 10; 802.11 MAC,
-//   type 13) and, on 802.11, BSSID, receiver and transmitter;
-// - logical source and destination from the outermost IPv4, IPv6 or ARP;
+// - physical source and destination (Ethernet MAC, type 10, of the outer
+//   frame of a tunnel and the inner frame of Cisco ISL; 802.11 MAC, type 13)
+//   and, on 802.11, the BSSID;
+// - logical source and destination from the outermost IPv4, IPv6 or ARP
+//   (ARP's sender and target);
+// - on 802.11, receiver and transmitter only where they are not the source
+//   and destination (the frame crossed a distribution system), so that no
+//   frame counts twice in one conversation;
+// - the transport of the first fragment of a datagram; later fragments end
+//   at the network layer;
 // - the innermost protocol found, as identifier and as type-9 spec, and one
 //   layer report per protocol, outermost first;
 // - broadcast and multicast from the link destination (from the IP
@@ -72,8 +79,10 @@ class FrameDecoder {
 
   // Clears the packet and fills it from the frame. data holds captureLength
   // bytes and must outlive the packet's use. A frame of an unknown link
-  // type gets lengths and time only.
-  void Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
+  // type gets lengths and time only. False for a frame that is not of the
+  // protocol its link type names (IPv4 on an IPv6 link): it gets lengths,
+  // time and a frame error, and the host says so.
+  bool Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
               ZemoTime time) const noexcept;
 
  private:
