@@ -231,7 +231,8 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   // Where the saves go is checked before the run. The delta series saves
   // at the context's ticks, which come once a second
   // of capture time, so the packet path never waits for a file.
-  if (!save.file.empty() && !CheckSaveTarget(save.file, &error)) {
+  if ((!save.file.empty() && !CheckSaveTarget(save.file, &error)) ||
+      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error))) {
     Fail(error);
     return 1;
   }
@@ -256,6 +257,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   ReadOutcome read = Feed(source, analysis, live, output);
   analysis.AddReadTimes(read.readNs, read.decodeNs);
   const bool dataError = read.dataError;
+  for (std::string& w : analysis.Warnings(info.linkTypeName)) info.warnings.push_back(std::move(w));
   if (dataError) info.warnings.push_back(read.error);
   // Past the loop a second interrupt ends the program as usual.
   if (live) {
@@ -327,7 +329,9 @@ int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const S
 int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output) {
   Analysis analysis;
   std::string error;
-  if (!analysis.StartFromSaves(paths, &error)) {
+  if (!CheckSavedSeries(paths, &error) ||
+      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
+      !analysis.StartFromSaves(paths, &error)) {
     Fail(error);
     return 1;
   }

@@ -159,8 +159,17 @@ void IpPayload(Frame& f, uint8_t protocol, uint32_t off, uint32_t end) {
 
 // --- network ---
 
+// A header of another IP version where its carrier names this one: the
+// layer counts, as a frame error, and nothing in it.
+bool WrongVersion(Frame& f, uint16_t id, uint8_t version, uint32_t off, uint32_t end) {
+  if (!f.Has(off, 1) || f.U8(off) >> 4 == version) return false;
+  f.Layer(id, off, version == 4 ? 20 : 40, end);
+  f.status |= kPacketStatusFrame;
+  return true;
+}
+
 void Ipv4(Frame& f, uint32_t off, uint32_t end) {
-  if (f.Beyond(off, end)) return;
+  if (f.Beyond(off, end) || WrongVersion(f, proto::kIpv4, 4, off, end)) return;
   uint32_t header = f.Has(off, 1) ? uint32_t(f.U8(off) & 0x0F) * 4 : 20;
   if (!f.Has(off, 4) || header < 20) {
     f.Layer(proto::kIpv4, off, std::max<uint32_t>(header, 20), end);
@@ -196,7 +205,7 @@ void Ipv4(Frame& f, uint32_t off, uint32_t end) {
 }
 
 void Ipv6(Frame& f, uint32_t off, uint32_t end) {
-  if (f.Beyond(off, end)) return;
+  if (f.Beyond(off, end) || WrongVersion(f, proto::kIpv6, 6, off, end)) return;
   if (!f.Has(off, 8)) {
     f.Layer(proto::kIpv6, off, 40, end);
     return;
@@ -249,7 +258,8 @@ void Arp(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
   }
   uint32_t hlen = f.U8(off + 4), plen = f.U8(off + 5);
   f.Layer(id, off, 8 + 2 * (hlen + plen), end);
-  if (f.Be16(off + 2) != 0x0800 || plen != 4 || !f.Has(off, 8 + 2 * (hlen + plen))) return;
+  // ATM's ARP (hardware type 19) lays its addresses out otherwise.
+  if (f.Be16(off) == 19 || f.Be16(off + 2) != 0x0800 || plen != 4 || !f.Has(off, 8 + 2 * (hlen + plen))) return;
   if (f.p.HasAddress(PacketAddress::kLogicalSource)) return;
   f.p.SetAddress(PacketAddress::kLogicalSource, specs::Ipv4(f.d + off + 8 + hlen));
   f.p.SetAddress(PacketAddress::kLogicalDestination, specs::Ipv4(f.d + off + 8 + 2 * hlen + plen));
@@ -301,6 +311,44 @@ void PppoeSession(Frame& f, uint32_t off, uint32_t end) {
     Ipv6(f, off + 8, sessionEnd);
 }
 
+// MACsec: a SecTAG of 6 bytes, 14 with the secure channel, then, when the
+// frame is neither encrypted nor changed, its EtherType. The secure data
+// has the short length the tag gives, or runs to the integrity check value
+// of 16 bytes that ends the frame.
+void Macsec(Frame& f, uint32_t off, uint32_t end) {
+  const uint32_t header = f.Has(off, 1) && (f.U8(off) & 0x20) ? 14 : 6;
+  f.Layer(proto::kMacsec, off, header, end);
+  if (!f.Has(off, header + 2) || (f.U8(off) & 0x0C) || f.Beyond(off + header + 2, end)) return;
+  const uint32_t shortLength = f.U8(off + 1) & 0x3F;
+  uint32_t dataEnd = shortLength ? off + header + shortLength : end >= off + header + 16 ? end - 16 : end;
+  dataEnd = std::clamp(dataEnd, off + header + 2, end);
+  EtherType(f, f.Be16(off + header), off + header + 2, dataEnd);
+}
+
+// Arista's time stamp: subtype 1, a version that says a 64-bit (0x10) or
+// 48-bit (0x20) stamp, then the frame's own EtherType.
+void AristaVendor(Frame& f, uint32_t off, uint32_t end) {
+  const uint8_t form = f.Has(off, 4) ? f.U8(off + 3) : 0;
+  const uint32_t stamp = form == 0x10 ? 8 : form == 0x20 ? 6 : 0;
+  f.Layer(proto::kAristaVendor, off, 4 + stamp + 2, end);
+  if (!stamp || f.Be16(off) != 1 || f.U8(off + 2) > 1 || !f.Has(off, 4 + stamp + 2)) return;
+  EtherType(f, f.Be16(off + 4 + stamp), off + 4 + stamp + 2, end);
+}
+
+// Network service header: its length in 4-byte words, then IPv4 (1), IPv6
+// (2) or Ethernet (3).
+void Nsh(Frame& f, uint32_t off, uint32_t end) {
+  const uint32_t header = f.Has(off, 2) ? (f.U8(off + 1) & 0x3F) * 4u : 8;
+  f.Layer(proto::kNsh, off, header, end);
+  if (!f.Has(off, 4) || header < 8 || f.Beyond(off + header, end)) return;
+  switch (f.U8(off + 3)) {
+    case 1: Ipv4(f, off + header, end); return;
+    case 2: Ipv6(f, off + header, end); return;
+    case 3: Ethernet(f, off + header, end); return;
+    default: return;
+  }
+}
+
 void EtherType(Frame& f, uint16_t type, uint32_t off, uint32_t end) {
   if (f.depth >= kMaxDepth || f.Beyond(off, end)) return;
   ++f.depth;
@@ -315,6 +363,9 @@ void EtherType(Frame& f, uint16_t type, uint32_t off, uint32_t end) {
     case 0x8847:
     case 0x8848: Mpls(f, off, end); return;
     case 0x8864: PppoeSession(f, off, end); return;
+    case 0x88E5: Macsec(f, off, end); return;
+    case 0xD28B: AristaVendor(f, off, end); return;
+    case 0x894F: Nsh(f, off, end); return;
     default: {
       uint16_t id = proto::ByEtherType(type);
       if (id != kNone) f.Layer(id, off, 0, end);
@@ -374,11 +425,12 @@ void Isl(Frame& f, uint32_t off, uint32_t end) {
 void Ethernet(Frame& f, uint32_t off, uint32_t end) {
   if (f.Beyond(off, end)) return;
   if (IsIsl(f, off)) return Isl(f, off, end);
-  if (f.Has(off, 6)) f.SetIfAbsent(PacketAddress::kPhysicalDestination, Mac(f, off, specs::kTypeEthernet));
-  if (f.Has(off, 12)) f.SetIfAbsent(PacketAddress::kPhysicalSource, Mac(f, off + 6, specs::kTypeEthernet));
-  if (f.Has(off, 6)) f.LinkGroup(off);
-  // Without the type field the frame may be Ethernet II or 802.3: no layer.
+  // A header cut short is no header: without the type field the frame may
+  // be Ethernet II or 802.3, and its addresses are not trusted either.
   if (!f.Has(off, 14)) return;
+  f.SetIfAbsent(PacketAddress::kPhysicalDestination, Mac(f, off, specs::kTypeEthernet));
+  f.SetIfAbsent(PacketAddress::kPhysicalSource, Mac(f, off + 6, specs::kTypeEthernet));
+  f.LinkGroup(off);
   uint16_t type = f.Be16(off + 12);
   if (type >= 0x0600) {
     f.Layer(proto::kEthernetII, off, 14, end);

@@ -45,6 +45,8 @@ inline constexpr uint16_t kMacsec = 0x001D;
 inline constexpr uint16_t kLacp = 0x001E;
 inline constexpr uint16_t kPtp = 0x001F;
 inline constexpr uint16_t kEthernetLoopback = 0x0020;  // the configuration test protocol
+inline constexpr uint16_t kAristaVendor = 0x0021;     // Arista's header of a time stamp
+inline constexpr uint16_t kNsh = 0x0022;              // network service header
 
 // Capture headers that stand before or instead of the link layer (roots).
 inline constexpr uint16_t kLinuxCooked = 0x0030;

@@ -161,8 +161,8 @@ TEST(FrameDecoderCuts, EthernetIpv4TcpWithService) {
   Bytes frame = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(6, kIpA, kIpB, 30) + Tcp(51000, 80) + Zeros(10);
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv4, 14}, {proto::kTcp, 34}, {proto::kHttp, 47}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 34},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 34}}});
 }
@@ -174,8 +174,8 @@ TEST(FrameDecoderCuts, Ieee8023LlcSnapIpv4UdpDns) {
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kIeee8023, 14}, {proto::kLlc, 14}, {proto::kSnap, 17}, {proto::kIpv4, 22},
                   {proto::kUdp, 42}, {proto::kDns, 50}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
   auto p = Packet::Create();
@@ -189,8 +189,8 @@ TEST(FrameDecoderCuts, StackedVlanTagsAndArp) {
   Bytes frame = Ethernet(kBroadcast, kMacA, 0x88A8) + Be16(100) + Be16(0x8100) + Be16(200) + Be16(0x0806) + arp;
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kQinQ, 14}, {proto::kVlan, 18}, {proto::kArp, 22}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 50},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 50}}});
 }
@@ -204,8 +204,8 @@ TEST(FrameDecoderCuts, Ipv6ExtensionHeadersFragmentAndAh) {
   Bytes frame = Ethernet(kMacB, kMacA, 0x86DD) + Ipv6(0, kIp6A, kIp6B, body.size()) + body;
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv6, 14}, {proto::kAh, 66}, {proto::kTcp, 72}, {proto::kSsh, 99}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIp6A), 54},
                   {PacketAddress::kLogicalDestination, Ip(kIp6B), 54}}});
   auto p = Packet::Create();
@@ -270,16 +270,16 @@ TEST(FrameDecoderCuts, PppoeSessionAndMpls) {
   CheckEveryCut(link::kEthernet, Ethernet(kMacB, kMacA, 0x8864) + pppoe,
                 {{{proto::kEthernetII, 14}, {proto::kPppoeSession, 14}, {proto::kPpp, 20}, {proto::kIpv4, 22},
                   {proto::kTcp, 42}, {proto::kHttps, 55}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
   Bytes mpls = Bytes{0, 0x10, 0x00, 64} + Bytes{0, 0x20, 0x01, 64} + ip;
   CheckEveryCut(link::kEthernet, Ethernet(kMacB, kMacA, 0x8847) + mpls,
                 {{{proto::kEthernetII, 14}, {proto::kMpls, 14}, {proto::kIpv4, 23}, {proto::kTcp, 42},
                   {proto::kHttps, 55}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
 }
@@ -292,16 +292,16 @@ TEST(FrameDecoderCuts, VxlanAndSpanningTree) {
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv4, 14}, {proto::kUdp, 34}, {proto::kVxlan, 42},
                   {proto::kEthernetII, 64}, {proto::kIpv4, 64}, {proto::kIcmp, 84}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 34},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 34}}});
   Bytes bpdu = Bytes{0x42, 0x42, 0x03} + Zeros(35);
   Bytes stp = Bytes{0x01, 0x80, 0xC2, 0, 0, 0} + kMacA + Be16(uint16_t(bpdu.size())) + bpdu;
   CheckEveryCut(link::kEthernet, stp,
                 {{{proto::kIeee8023, 14}, {proto::kLlc, 14}, {proto::kStp, 17}},
-                 {{PacketAddress::kPhysicalDestination, Mac({0x01, 0x80, 0xC2, 0, 0, 0}), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12}}});
+                 {{PacketAddress::kPhysicalDestination, Mac({0x01, 0x80, 0xC2, 0, 0, 0}), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14}}});
 }
 
 // Radiotap with flags (FCS at the end, bad FCS), rate, channel, signal and
@@ -498,17 +498,18 @@ TEST(FrameDecoderFaults, HeadersClaimingMoreThanTheWireAreFrameErrors) {
   EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4, proto::kTcp}), Layers(*p).layers);
 }
 
-// Cisco's frames: ISL around a whole frame (whose addresses count), per-VLAN
-// spanning tree after a tag with a length, CDP under SNAP and in GRE; and
-// EtherTypes named by the protocol tree.
-TEST(FrameDecoderCuts, CiscoFramesAndNamedEtherTypes) {
+// Vendors' frames: Cisco's ISL around a whole frame (whose addresses count),
+// per-VLAN spanning tree after a tag with a length, CDP in GRE; MACsec and
+// Arista's time stamp before the frame's EtherType; and EtherTypes named by
+// the protocol tree. An IP header of the wrong version is a frame error.
+TEST(FrameDecoderCuts, VendorFramesAndNamedEtherTypes) {
   Bytes inner = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(1, kIpA, kIpB, 8) + Bytes{8, 0} + Zeros(6);
   Bytes isl = Bytes{0x01, 0x00, 0x0C, 0x00, 0x00, 0x00} + kMacC + Be16(uint16_t(inner.size() + 12)) +
               Bytes{0xAA, 0xAA, 0x03} + Bytes{0x00, 0x0C, 0x01} + Be16(0x0014) + Zeros(4) + inner + Zeros(4);
   CheckEveryCut(link::kEthernet, isl,
                 {{{proto::kIsl, 5}, {proto::kEthernetII, 40}, {proto::kIpv4, 40}, {proto::kIcmp, 60}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 32},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 38},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 40},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 40},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 60},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 60}}});
 
@@ -517,19 +518,33 @@ TEST(FrameDecoderCuts, CiscoFramesAndNamedEtherTypes) {
   Bytes pvst = Ethernet(pvstGroup, kMacA, 0x8100) + Be16(100) + Be16(uint16_t(snap.size())) + snap;
   CheckEveryCut(link::kEthernet, pvst,
                 {{{proto::kEthernetII, 14}, {proto::kVlan, 14}, {proto::kLlc, 18}, {proto::kSnap, 21}, {proto::kStp, 26}},
-                 {{PacketAddress::kPhysicalDestination, Mac(pvstGroup), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12}}});
+                 {{PacketAddress::kPhysicalDestination, Mac(pvstGroup), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14}}});
 
   Bytes cdp = Bytes{0x02, 0xB4, 0, 0} + Zeros(8);
   Bytes greCdp = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(47, kIpA, kIpB, 4 + cdp.size()) + Be16(0) + Be16(0x2000) + cdp;
   auto p = Packet::Create();
   Decode(*p, link::kEthernet, greCdp);
   EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4, proto::kGre, proto::kCdp}), Layers(*p).layers);
+  // MACsec in the clear, with its channel identifier; Arista's time stamp.
+  Bytes ip = Ipv4(1, kIpA, kIpB, 8) + Bytes{8, 0} + Zeros(6);
+  Bytes macsec = Ethernet(kMacB, kMacA, 0x88E5) + Bytes{0x20, 0} + Zeros(4) + Zeros(8) + Be16(0x0800) + ip + Zeros(16);
+  Bytes arista = Ethernet(kMacB, kMacA, 0xD28B) + Be16(1) + Be16(0x0010) + Zeros(8) + Be16(0x0800) + ip;
+  for (auto [frame, id] : {std::pair{macsec, proto::kMacsec}, std::pair{arista, proto::kAristaVendor}}) {
+    Decode(*p, link::kEthernet, frame);
+    EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, id, proto::kIpv4, proto::kIcmp}), Layers(*p).layers);
+    EXPECT_TRUE(specs::Equal(Ip(kIpA), *AddressOf(*p, PacketAddress::kLogicalSource)));
+  }
   for (auto [type, id] : {std::pair{0x88F7, proto::kPtp}, std::pair{0x9000, proto::kEthernetLoopback}}) {
     Decode(*p, link::kEthernet, Ethernet(kMacB, kMacA, uint16_t(type)) + Zeros(46));
     EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, id}), Layers(*p).layers);
     EXPECT_NE(nullptr, proto::Name(id));
   }
+  Bytes v6 = Ethernet(kMacB, kMacA, 0x0800) + Ipv6(17, kIp6A, kIp6B, 8) + Udp(1, 53, 0);
+  Decode(*p, link::kEthernet, v6);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4}), Layers(*p).layers);
+  EXPECT_FALSE(p->HasAddress(PacketAddress::kLogicalSource));
+  EXPECT_TRUE(Flag(&Packet::IsError, *p));
 }
 
 // A frame relayed between access points keeps its hop pair beside its
