@@ -251,7 +251,8 @@ std::vector<std::string> Analysis::Warnings(const std::string& linkTypeName) con
   if (f.foreign)
     out.push_back(packets(f.foreign) + " (the first: packet " + std::to_string(f.firstForeign) +
                   ") " + verb(f.foreign, "does", "do") + " not hold the protocol that link type " + linkTypeName +
-                  " carries; they count without addresses or protocols and as frame errors");
+                  " carries; " + verb(f.foreign, "it counts", "they count") +
+                  " without addresses or protocols, as a frame error");
   if (f.outOfOrder)
     out.push_back("the packets are not in time order: " + packets(f.outOfOrder) + " " +
                   verb(f.outOfOrder, "comes", "come") + " earlier than the one before (the first: packet " +
