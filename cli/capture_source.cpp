@@ -4,7 +4,9 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -166,10 +168,13 @@ ReadResult CaptureSource::Next(CaptureFrame* frame) {
     r = pcap_next_ex(m_handle, &header, &data);
   }
   if (r == 1) {
-    // A pcap file holds 32-bit unsigned seconds since 1970; a stamp outside
-    // that range comes from a broken file and is held at its edge.
+    // A pcap file holds 32-bit unsigned seconds since 1970, which libpcap
+    // hands over signed: from 2038 on they come negative. A pcapng stamp may
+    // be later still, up to where the engine's time ends (in 2185).
+    constexpr int64_t kLastSecond = int64_t((~0ull - kUnixEpochAsZemoTime) / 1000000000ull - 1);
     int64_t raw = header->ts.tv_sec;
-    uint64_t seconds = raw < 0 ? 0 : raw > 0xFFFFFFFFll ? 0xFFFFFFFFull : static_cast<uint64_t>(raw);
+    if (raw < 0 && raw >= INT32_MIN) raw += int64_t(1) << 32;
+    uint64_t seconds = static_cast<uint64_t>(std::clamp<int64_t>(raw, 0, kLastSecond));
     uint64_t fraction = static_cast<uint64_t>(header->ts.tv_usec);
     uint64_t nanoseconds = m_nano ? fraction : fraction * 1000;
     frame->data = data;

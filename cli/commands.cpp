@@ -228,9 +228,10 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
                             ") is not decoded: its frames count in totals, sizes, history and errors, without "
                             "addresses or protocols");
 
-  // Where the saves go is checked before the run. The delta series saves
-  // at the context's ticks, which come once a second
-  // of capture time, so the packet path never waits for a file.
+  // Where the saves and exports go is checked before the run, so that a
+  // long capture does not end in a write that fails. The delta series saves
+  // at the context's ticks, which come once a second of capture time, so
+  // the packet path never waits for a file.
   if ((!save.file.empty() && !CheckSaveTarget(save.file, &error)) ||
       (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error))) {
     Fail(error);

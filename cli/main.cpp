@@ -45,7 +45,8 @@ std::string Failure(const CLI::App*, const CLI::Error& e) {
 
 void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
   command->add_flag("--json", output.json, "Print one JSON document instead of the report");
-  command->add_option("--export", output.exportDirectory, "Write each statistic's text export into DIR")
+  command->add_option("--export", output.exportDirectory,
+                      "Write each statistic's text export into DIR, made with the folders above it if missing")
       ->option_text("DIR");
   command->add_option("--top", output.top, "Rows in each top list of the report (default 10)")
       ->check(Whole("--top", "a whole number", 1))
