@@ -34,8 +34,8 @@ struct Truth {
   bool readError = false;
 };
 
-// What libpcap itself reads from the file. A packet's length reaches the
-// engine as 16 bits, so longer frames count as 65535 bytes.
+// What libpcap itself reads from the file, which the capture's totals are,
+// frames beyond the engine's 16-bit lengths too.
 Truth ReadWithLibpcap(const std::string& path) {
   Truth t;
   std::string error;
@@ -50,7 +50,7 @@ Truth ReadWithLibpcap(const std::string& path) {
       break;
     }
     ++t.packets;
-    t.bytes += std::min<uint32_t>(frame.wireLength, 0xFFFF);
+    t.bytes += frame.wireLength;
   }
   return t;
 }
