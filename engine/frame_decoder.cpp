@@ -133,6 +133,8 @@ void Gre(Frame& f, uint32_t off, uint32_t end) {
   ++f.depth;
   if (type == 0x6558)
     Ethernet(f, off + header, end);
+  else if (type == 0x2000 && !f.Beyond(off + header, end))
+    f.Layer(proto::kCdp, off + header, 0, end);  // Cisco's type for CDP, as in SNAP
   else
     EtherType(f, type, off + header, end);
 }

@@ -162,7 +162,7 @@ struct Key {
 };
 
 constexpr Key kEtherTypes[] = {
-    {0x0800, kIpv4},         {0x0806, kArp},           {0x0842, kWakeOnLan}, {0x2000, kCdp},
+    {0x0800, kIpv4},         {0x0806, kArp},           {0x0842, kWakeOnLan},
     {0x8035, kRarp},         {0x8100, kVlan},          {0x8137, kIpx},       {0x86DD, kIpv6},
     {0x8808, kMacControl},   {0x8809, kLacp},          {0x8847, kMpls},      {0x8848, kMpls},
     {0x8863, kPppoeDiscovery}, {0x8864, kPppoeSession}, {0x888E, kEapol},    {0x88A8, kQinQ},
