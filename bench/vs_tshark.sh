@@ -12,21 +12,10 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 runs=${1:-3}
 
-scripts/setup.sh
 missing=()
-command -v tshark >/dev/null || missing+=(tshark)
-command -v tcpdump >/dev/null || missing+=(tcpdump)
-command -v ndpiReader >/dev/null || missing+=(libndpi-bin)
 [ -x /usr/bin/time ] || missing+=(time)
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "bench: installing ${missing[*]}"
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  echo "wireshark-common wireshark-common/install-setuid boolean false" | $sudo debconf-set-selections
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+command -v ndpiReader >/dev/null || missing+=(libndpi-bin)
+scripts/setup.sh tshark tcpdump "${missing[@]}"
 
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DZEMO_BUILD_TESTS=OFF >/dev/null
 cmake --build build/release -j"$(nproc)" --target zemostats_cli >/dev/null

@@ -1,7 +1,9 @@
 #include "cli/analysis.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -72,16 +74,48 @@ std::u16string ClassNameOf(REFCLSID clsid) {
 }
 
 bool EnsureDirectory(const std::string& directory, std::string* error) {
+  // Each missing folder on the way, as mkdir -p makes them.
+  for (size_t at = directory.find('/', 1); at != std::string::npos; at = directory.find('/', at + 1))
+    mkdir(directory.substr(0, at).c_str(), 0777);
   if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
-    *error = directory + ": " + std::strerror(errno);
+    *error = directory + ": cannot make the folder: " + std::strerror(errno);
     return false;
   }
   struct stat st {};
   if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    *error = directory + ": not a directory";
+    *error = directory + ": not a folder";
     return false;
   }
+  return CanWriteIn(directory, error);
+}
+
+bool CanWriteIn(const std::string& directory, std::string* error) {
+  // A file made and removed, since permissions alone do not tell (a
+  // read-only file system, a root user).
+  std::string probe = directory + "/.zemostats-" + std::to_string(getpid());
+  int fd = open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+  if (fd < 0) {
+    *error = "cannot write in " + directory + ": " + std::strerror(errno);
+    return false;
+  }
+  close(fd);
+  unlink(probe.c_str());
   return true;
+}
+
+std::string HrReason(HRESULT hr) {
+  const char* words = nullptr;
+  switch (static_cast<uint32_t>(hr)) {
+    case 0x80070002: words = "file not found"; break;
+    case 0x80070003: words = "no such folder"; break;
+    case 0x80070005: words = "permission denied"; break;
+    case 0x80070008: case 0x8007000E: words = "out of memory"; break;
+    case 0x80070013: words = "read-only file system"; break;
+    case 0x80070070: case 0x80030070: words = "no space left on the device"; break;
+    case 0x800700CE: words = "the name is too long"; break;
+    default: break;
+  }
+  return words ? std::string(words) + ", " + HrText(hr) : HrText(hr);
 }
 
 bool Analysis::CreateContext(std::string* error) {
@@ -257,22 +291,30 @@ void Analysis::Decode(const CaptureFrame& frame, DecodedFrame& out) const {
 
 void Analysis::Process(const DecodedFrame& decoded) {
   const CaptureFrame& frame = decoded.frame;
-  ++m_facts.frames;
+  RunFacts& f = m_facts;
+  const uint64_t number = ++f.frames;
+  f.bytes += frame.wireLength;
+  if (frame.wireLength > 0xFFFF) ++f.shortened;
+  if ((decoded.faults & kFaultForeign) && !f.foreign++) f.firstForeign = number;
+  if (!frame.validTime) {
+    if (!f.invalidTimes++) f.firstInvalidTime = number;
+  } else {
+    if (m_lastValidTime && frame.time < m_lastValidTime && !f.outOfOrder++) f.firstOutOfOrder = number;
+    if (!f.earliest || frame.time < f.earliest) f.earliest = frame.time;
+    f.latest = std::max(f.latest, frame.time);
+    m_lastValidTime = frame.time;
+  }
+  m_traffic.Add(frame.time, frame.wireLength);
   m_lastTime = frame.time;
   uint64_t second = frame.time / kSecond;
   if (second > m_second) {
-    m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
-    m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
-    m_secondPackets = m_secondBytes = 0;
     if (m_second)
       TickTo(second);
-    else
-      if (m_events) m_events->OnStartProcessing(frame.time);
+    else if (m_events)
+      m_events->OnStartProcessing(frame.time);
     m_second = second;
   }
-  ++m_secondPackets;
-  m_secondBytes += frame.wireLength;
-  if (!m_decoder.Known()) ++m_facts.undecoded;
+  if (!m_decoder.Known()) ++f.undecoded;
   if (decoded.faults) m_expert->Count(decoded.faults);
 
   if (!m_timing) {
@@ -287,21 +329,46 @@ void Analysis::Process(const DecodedFrame& decoded) {
 void Analysis::Idle(ZemoTime now) {
   uint64_t second = now / kSecond;
   if (m_second && second > m_second) {
-    m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
-    m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
-    m_secondPackets = m_secondBytes = 0;
     TickTo(second);
     m_second = second;
   }
 }
 
 void Analysis::Finish() {
-  m_facts.peakPackets = std::max(m_facts.peakPackets, m_secondPackets);
-  m_facts.peakBytes = std::max(m_facts.peakBytes, m_secondBytes);
   if (m_facts.frames && m_time) m_time->ProcessTime(m_lastTime);
   if (m_events) m_events->OnStopProcessing(m_lastTime);
   // The packets of the last second are sampled when it ends.
   if (m_second && m_onSecond) m_onSecond((m_second + 1) * kSecond, false);
+}
+
+std::vector<std::string> Analysis::Warnings(const std::string& linkTypeName) const {
+  const RunFacts& f = m_facts;
+  std::vector<std::string> out;
+  auto packets = [](uint64_t n) { return std::to_string(n) + (n == 1 ? " packet" : " packets"); };
+  auto verb = [](uint64_t n, const char* one, const char* more) { return std::string(n == 1 ? one : more); };
+  if (f.foreign)
+    out.push_back(packets(f.foreign) + " (the first: packet " + std::to_string(f.firstForeign) +
+                  ") " + verb(f.foreign, "does", "do") + " not hold the protocol that link type " + linkTypeName +
+                  " carries; " + verb(f.foreign, "it counts", "they count") +
+                  " without addresses or protocols, as a frame error");
+  if (f.outOfOrder)
+    out.push_back("the packets are not in time order: " + packets(f.outOfOrder) + " " +
+                  verb(f.outOfOrder, "comes", "come") + " earlier than the one before (the first: packet " +
+                  std::to_string(f.firstOutOfOrder) +
+                  "); Start and Stop are the earliest and latest times");
+  if (f.invalidTimes == 1)
+    out.push_back("packet " + std::to_string(f.firstInvalidTime) +
+                  " has an invalid time stamp (its fraction is a second or more); it counts at the time of the "
+                  "packet before it and is left out of Start, Stop and the rates");
+  else if (f.invalidTimes)
+    out.push_back(packets(f.invalidTimes) + " have invalid time stamps (their fraction is a second or more; the "
+                  "first: packet " + std::to_string(f.firstInvalidTime) +
+                  "); each counts at the time of the packet before it and is left out of Start, Stop and the rates");
+  if (f.shortened)
+    out.push_back(packets(f.shortened) + " longer than 65535 bytes " + verb(f.shortened, "counts", "count") +
+                  " as 65535 bytes in the statistics, whose packet lengths are 16-bit; the capture's packets and "
+                  "bytes are whole");
+  return out;
 }
 
 }  // namespace zemo::cli

@@ -21,6 +21,7 @@
 #include "cli/capture_source.h"
 #include "engine/capture_facts.h"
 #include "engine/expert_stats.h"
+#include "cli/traffic_series.h"
 #include "engine/frame_decoder.h"
 #include "engine/site.h"
 #include "frame/stats_interfaces.h"
@@ -45,12 +46,18 @@ struct StatisticEntry {
   bool selectable = false;
 };
 
-// What the run measured itself, beside the context's own totals.
+// What the run measured itself, beside the context's own totals: the
+// capture as the file has it, where the statistics cannot hold it all.
 struct RunFacts {
   uint64_t frames = 0;       // read from the source
+  uint64_t bytes = 0;        // their whole wire lengths
   uint64_t undecoded = 0;    // frames of a link type without an analyzer
-  uint64_t peakPackets = 0;  // most packets in one second of packet time
-  uint64_t peakBytes = 0;
+  uint64_t shortened = 0;    // frames longer than the packet interface's 65535 bytes
+  // Each: how many, and the number of the first, counted from 1.
+  uint64_t foreign = 0, firstForeign = 0;          // not of the link type's protocol
+  uint64_t outOfOrder = 0, firstOutOfOrder = 0;    // earlier than the packet before
+  uint64_t invalidTimes = 0, firstInvalidTime = 0; // a stamp's fraction beyond its second
+  ZemoTime earliest = 0, latest = 0;               // of the valid stamps
   // Where the time went, in nanoseconds, when timing was asked for.
   uint64_t readNs = 0, decodeNs = 0, engineNs = 0;
 };
@@ -121,6 +128,10 @@ class Analysis {
   IZemoStatsContext* Context() const { return m_context.Get(); }
   const std::vector<StatisticEntry>& Statistics() const { return m_statistics; }
   const RunFacts& Facts() const { return m_facts; }
+  const TrafficSeries& Traffic() const { return m_traffic; }
+  // What the run found wrong with the capture, in words; linkTypeName names
+  // the link type in them.
+  std::vector<std::string> Warnings(const std::string& linkTypeName) const;
   const FrameDecoder& Decoder() const { return m_decoder; }
   LinkMedium Medium() const { return m_medium; }
 
@@ -143,9 +154,10 @@ class Analysis {
   ComPtr<IPacketProcessorEvents> m_events;  // null from saves
   std::vector<StatisticEntry> m_statistics;
   RunFacts m_facts;
+  TrafficSeries m_traffic;
   ZemoTime m_lastTime = 0;
+  ZemoTime m_lastValidTime = 0;
   uint64_t m_second = 0;  // the whole second of the last packet, 0 before the first
-  uint64_t m_secondPackets = 0, m_secondBytes = 0;
   bool m_timing = false;
   bool m_fromSaves = false;
   uint32_t m_window = 0;  // 0: the ring's own shape
@@ -168,12 +180,17 @@ std::u16string ClassNameOf(REFCLSID clsid);
 
 // A status as people quote it: 0x80004005.
 std::string HrText(HRESULT hr);
+// A status in words where it has some, then as quoted: "permission denied, 0x80070005".
+std::string HrReason(HRESULT hr);
 
 // A monotonic clock in nanoseconds, for the timing breakdown.
 uint64_t MonotonicNs();
 
-// Makes the folder if it is missing; false with a message that names it
-// when it cannot be made or is no folder.
+// Makes the folder and those above it if they are missing; false with a
+// message that names it and says why when it cannot be made, is no folder
+// or cannot be written in.
 bool EnsureDirectory(const std::string& directory, std::string* error);
+// Whether a file can be made in the folder; false with the reason.
+bool CanWriteIn(const std::string& directory, std::string* error);
 
 }  // namespace zemo::cli

@@ -1,12 +1,16 @@
 #include "cli/capture_source.h"
 
 #include <pcap/pcap.h>
+#include <poll.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
+#include "cli/gzip_stream.h"
 #include "platform/clock.h"
 
 namespace zemo::cli {
@@ -19,6 +23,18 @@ std::string Reason(const char* text, const std::string& path) {
   if (s.rfind(path + ": ", 0) == 0) s.erase(0, path.size() + 2);
   if (s.find("unknown file format") != std::string::npos) s = "not a pcap or pcapng capture file";
   return s;
+}
+
+std::string Empty(const std::string& name) { return name + ": empty, not a capture file"; }
+
+// Whether the file begins as gzip does.
+bool GzipFile(const std::string& path) {
+  unsigned char start[2] = {};
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return false;
+  size_t n = std::fread(start, 1, 2, f);
+  std::fclose(f);
+  return IsGzipStart(start, n);
 }
 
 }  // namespace
@@ -45,8 +61,20 @@ std::unique_ptr<CaptureSource> CaptureSource::OpenFile(const std::string& path, 
     }
     if (S_ISREG(st.st_mode)) size = static_cast<uint64_t>(st.st_size);
     if (S_ISREG(st.st_mode) && st.st_size == 0) {
-      *error = path + ": the file is empty, not a capture file";
+      *error = Empty(path);
       return nullptr;
+    }
+    // A compressed file, and anything not a plain file (a pipe), goes
+    // through the stream that tells the two forms apart.
+    if (!S_ISREG(st.st_mode) || GzipFile(path)) {
+      std::FILE* input = std::fopen(path.c_str(), "rb");
+      if (!input) {
+        *error = path + ": " + std::strerror(errno);
+        return nullptr;
+      }
+      std::unique_ptr<CaptureSource> source = OpenStream(input, path, error);
+      if (source) source->m_size = size;
+      return source;
     }
     handle = pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, errbuf);
   }
@@ -62,12 +90,24 @@ std::unique_ptr<CaptureSource> CaptureSource::OpenFile(const std::string& path, 
 std::unique_ptr<CaptureSource> CaptureSource::OpenStream(std::FILE* stream, const std::string& name,
                                                          std::string* error) {
   char errbuf[PCAP_ERRBUF_SIZE] = {};
-  pcap* handle = pcap_fopen_offline_with_tstamp_precision(stream, PCAP_TSTAMP_PRECISION_NANO, errbuf);
-  if (!handle) {
-    *error = name + ": " + Reason(errbuf, name);
+  GzipStream content = OpenGzipStream(stream);
+  if (content.empty) {
+    *error = Empty(name);
     return nullptr;
   }
-  return std::unique_ptr<CaptureSource>(new CaptureSource(handle, false, true));
+  if (!content.stream) {
+    *error = name + ": " + (content.compressed ? "cannot read the gzip-compressed file" : std::strerror(errno));
+    return nullptr;
+  }
+  pcap* handle = pcap_fopen_offline_with_tstamp_precision(content.stream, PCAP_TSTAMP_PRECISION_NANO, errbuf);
+  if (!handle) {
+    std::fclose(content.stream);
+    *error = name + ": " + Reason(errbuf, name) + (content.compressed ? " (after gzip decompression)" : "");
+    return nullptr;
+  }
+  std::unique_ptr<CaptureSource> source(new CaptureSource(handle, false, true));
+  source->m_input = stream;
+  return source;
 }
 
 std::unique_ptr<CaptureSource> CaptureSource::OpenLive(const std::string& interface, std::string* error) {
@@ -103,6 +143,13 @@ std::unique_ptr<CaptureSource> CaptureSource::OpenLive(const std::string& interf
     return nullptr;
   }
   if (nano) nano = pcap_get_tstamp_precision(handle) == PCAP_TSTAMP_PRECISION_NANO;
+  // Reads wait in poll() with a timeout of their own: libpcap's timeout
+  // does not end a wait on an interface where nothing comes.
+  if (pcap_setnonblock(handle, 1, errbuf) != 0 || pcap_get_selectable_fd(handle) < 0) {
+    *error = interface + ": cannot wait for packets with a timeout: " + errbuf;
+    pcap_close(handle);
+    return nullptr;
+  }
   return std::unique_ptr<CaptureSource>(new CaptureSource(handle, true, nano));
 }
 
@@ -115,17 +162,30 @@ ReadResult CaptureSource::Next(CaptureFrame* frame) {
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   int r = pcap_next_ex(m_handle, &header, &data);
+  if (r == 0 && m_live) {
+    pollfd wait{pcap_get_selectable_fd(m_handle), POLLIN, 0};
+    poll(&wait, 1, 200);
+    r = pcap_next_ex(m_handle, &header, &data);
+  }
   if (r == 1) {
-    // A pcap file holds 32-bit unsigned seconds since 1970; a stamp outside
-    // that range comes from a broken file and is held at its edge.
+    // A pcap file holds 32-bit unsigned seconds since 1970, which libpcap
+    // hands over signed: from 2038 on they come negative. A pcapng stamp may
+    // be later still, up to where the engine's time ends (in 2185).
+    constexpr int64_t kLastSecond = int64_t((~0ull - kUnixEpochAsZemoTime) / 1000000000ull - 1);
     int64_t raw = header->ts.tv_sec;
-    uint64_t seconds = raw < 0 ? 0 : raw > 0xFFFFFFFFll ? 0xFFFFFFFFull : static_cast<uint64_t>(raw);
+    if (raw < 0 && raw >= INT32_MIN) raw += int64_t(1) << 32;
+    uint64_t seconds = static_cast<uint64_t>(std::clamp<int64_t>(raw, 0, kLastSecond));
     uint64_t fraction = static_cast<uint64_t>(header->ts.tv_usec);
     uint64_t nanoseconds = m_nano ? fraction : fraction * 1000;
     frame->data = data;
     frame->captureLength = header->caplen;
     frame->wireLength = header->len;
-    frame->time = kUnixEpochAsZemoTime + seconds * 1000000000ull + nanoseconds;
+    frame->validTime = nanoseconds < 1000000000ull;
+    if (frame->validTime)
+      frame->time = kUnixEpochAsZemoTime + seconds * 1000000000ull + nanoseconds;
+    else
+      frame->time = m_lastTime ? m_lastTime : kUnixEpochAsZemoTime + seconds * 1000000000ull;
+    m_lastTime = frame->time;
     return ReadResult::kFrame;
   }
   if (r == 0) return ReadResult::kTimeout;
@@ -136,7 +196,7 @@ ReadResult CaptureSource::Next(CaptureFrame* frame) {
 
 uint64_t CaptureSource::Position() const {
   if (m_live || m_size == 0) return 0;
-  FILE* f = pcap_file(m_handle);
+  FILE* f = m_input ? m_input : pcap_file(m_handle);
   long at = f ? std::ftell(f) : -1;
   return at < 0 ? 0 : static_cast<uint64_t>(at);
 }

@@ -1,5 +1,6 @@
-// CaptureSource: frames from a pcap or pcapng file, standard input or a live
-// interface, through libpcap, with time stamps in nanoseconds.
+// CaptureSource: frames from a pcap or pcapng file (gzip-compressed or not),
+// standard input or a live interface, through libpcap, with time stamps in
+// nanoseconds.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +18,10 @@ struct CaptureFrame {
   const uint8_t* data;
   uint32_t captureLength;
   uint32_t wireLength;
+  // A stamp whose fraction is a second or more is invalid: the frame then
+  // has the time of the frame before it (its own whole second, if first).
   ZemoTime time;
+  bool validTime;
 };
 
 enum class ReadResult { kFrame, kEnd, kTimeout, kError };
@@ -31,8 +35,8 @@ class CaptureSource {
   // A capture file, or standard input for "-". Null with a message that
   // names what is wrong.
   static std::unique_ptr<CaptureSource> OpenFile(const std::string& path, std::string* error);
-  // A capture read from an open stream, which the source then owns (on
-  // failure the caller still does); name is what messages call it.
+  // A capture read from an open stream, gzip-compressed or not, which the
+  // source owns whatever happens; name is what messages call it.
   static std::unique_ptr<CaptureSource> OpenStream(std::FILE* stream, const std::string& name, std::string* error);
   // A live interface; the message says so plainly when privileges are missing.
   static std::unique_ptr<CaptureSource> OpenLive(const std::string& interface, std::string* error);
@@ -43,7 +47,8 @@ class CaptureSource {
   bool Live() const { return m_live; }
 
   // The next frame; its bytes stay valid until the next call. kTimeout only
-  // live, when no frame came within the read timeout; kError sets Error().
+  // live, when no frame came within a fifth of a second (an idle interface
+  // too); kError sets Error().
   ReadResult Next(CaptureFrame* frame);
   const std::string& Error() const { return m_error; }
 
@@ -63,10 +68,12 @@ class CaptureSource {
   CaptureSource(pcap* handle, bool live, bool nano);
 
   pcap* m_handle;
+  std::FILE* m_input = nullptr;  // under a stream that decompresses, for the position
   bool m_live;
   bool m_nano;
   int m_linkType;
   uint64_t m_size = 0;
+  ZemoTime m_lastTime = 0;
   std::string m_error;
 };
 

@@ -263,10 +263,12 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
                             ") is not decoded: its frames count in totals, sizes, history and errors, without "
                             "addresses or protocols");
 
-  // Where the saves go is checked before the run. The delta series saves
-  // at the context's ticks, which come once a second
-  // of capture time, so the packet path never waits for a file.
-  if (!save.file.empty() && !CheckSaveTarget(save.file, &error)) {
+  // Where the saves and exports go is checked before the run, so that a
+  // long capture does not end in a write that fails. The delta series saves
+  // at the context's ticks, which come once a second of capture time, so
+  // the packet path never waits for a file.
+  if ((!save.file.empty() && !CheckSaveTarget(save.file, &error)) ||
+      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error))) {
     Fail(error);
     return 1;
   }
@@ -309,6 +311,7 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   ReadOutcome read = Feed(source, analysis, live, output);
   analysis.AddReadTimes(read.readNs, read.decodeNs);
   const bool dataError = read.dataError;
+  for (std::string& w : analysis.Warnings(info.linkTypeName)) info.warnings.push_back(std::move(w));
   if (dataError) info.warnings.push_back(read.error);
   // Past the loop a second interrupt ends the program as usual.
   if (live) {
@@ -403,7 +406,9 @@ int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const S
 int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output) {
   Analysis analysis;
   std::string error;
-  if (!analysis.StartFromSaves(paths, &error)) {
+  if (!CheckSavedSeries(paths, &error) ||
+      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
+      !analysis.StartFromSaves(paths, &error)) {
     Fail(error);
     return 1;
   }

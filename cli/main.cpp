@@ -1,16 +1,55 @@
 // zemostats: capture statistics from pcap and pcapng files and live interfaces.
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
 #include "cli/commands.h"
 
 namespace {
 
+// A whole number from min to max, said in words when it is not one:
+// "--top must be at least 1", "--every takes whole seconds: 0.5 is not one".
+CLI::Validator Whole(std::string name, const char* unit, uint64_t min,
+                     uint64_t max = std::numeric_limits<uint32_t>::max()) {
+  return CLI::Validator(
+      [=](std::string& text) -> std::string {
+        if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
+          return name + " takes " + unit + ": " + text + " is not one";
+        if (text.size() > 19 || std::stoull(text) > max) return name + " must be at most " + std::to_string(max);
+        if (std::stoull(text) < min) return name + " must be at least " + std::to_string(min);
+        return "";
+      },
+      std::to_string(min) + "..." + std::to_string(max));
+}
+
+// What differs from tshark on purpose, for --help and the README.
+constexpr const char* kRules =
+    "How zemostats counts, where tshark counts otherwise:\n"
+    "  - ARP's sender and target addresses count as the logical source and destination (nodes and conversations).\n"
+    "  - A tunnel (GRE, VXLAN, IP in IP) counts under its outer header's addresses; ISL under its inner frame's.\n"
+    "  - An 802.11 frame relayed through an access point counts under its end-to-end pair and under its\n"
+    "    transmitter-receiver hop; tshark's conv,wlan has the hop only.\n"
+    "  - Frames longer than 65535 bytes count as 65535 bytes in the statistics; the capture totals are whole.\n"
+    "  - Traffic lines and the peak second start at the first packet, as tshark's io,stat does.";
+
+// CLI11's message for an option that failed its check is "NAME: message";
+// ours name the option themselves.
+std::string Failure(const CLI::App*, const CLI::Error& e) {
+  std::string text = e.what();
+  size_t colon = text.find(": --");
+  if (colon != std::string::npos && dynamic_cast<const CLI::ValidationError*>(&e)) text.erase(0, colon + 2);
+  return "zemostats: " + text + "\nRun with --help for more information.\n";
+}
+
 void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
   command->add_flag("--json", output.json, "Print one JSON document instead of the report");
-  command->add_option("--export", output.exportDirectory, "Write each statistic's text export into DIR")
+  command->add_option("--export", output.exportDirectory,
+                      "Write each statistic's text export into DIR, made with the folders above it if missing")
       ->option_text("DIR");
   command->add_option("--top", output.top, "Rows in each top list of the report (default 10)")
-      ->check(CLI::PositiveNumber)
+      ->check(Whole("--top", "a whole number", 1))
       ->option_text("N");
 }
 
@@ -31,7 +70,7 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
   command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
   command->add_option("--threads", output.threads,
                       "1: read, decode and count on one thread; 2 (the default): read and decode on a second")
-      ->check(CLI::Range(1, 2))
+      ->check(Whole("--threads", "a whole number", 1, 2))
       ->option_text("N");
   command
       ->add_option("--window", output.window,
@@ -54,7 +93,7 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
           ->option_text("DIR");
   CLI::Option* every =
       command->add_option("--every", save.every, std::string("Seconds between delta saves, in ") + clock)
-          ->check(CLI::PositiveNumber)
+          ->check(Whole("--every", "whole seconds", 1))
           ->option_text("SECONDS");
   deltas->needs(every);
   every->needs(deltas);
@@ -87,6 +126,20 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
 int main(int argc, char** argv) {
   CLI::App app{"zemostats: statistics of network packet captures"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", "zemostats " ZEMO_VERSION);
+  app.footer(kRules);
+  app.failure_message(Failure);
+  // A word where a command belongs is a command that does not exist.
+  if (argc > 1 && argv[1][0] != '-') {
+    const char* known[] = {"analyze", "capture", "show", "generate"};
+    bool found = false;
+    for (const char* k : known) found = found || std::strcmp(argv[1], k) == 0;
+    if (!found) {
+      std::fprintf(stderr, "zemostats: unknown command '%s'; the commands are analyze, capture, show and generate\n"
+                           "Run with --help for more information.\n", argv[1]);
+      return 2;
+    }
+  }
 
   zemo::cli::OutputOptions output;
   std::string capturePath;
@@ -99,11 +152,15 @@ int main(int argc, char** argv) {
   zemo::cli::LiveOptions live;
   CLI::App* capture = app.add_subcommand("capture", "Capture live from an interface until a limit or Ctrl-C");
   capture->add_option("-i,--interface", live.interface, "The interface to capture on")->required()->option_text("IFACE");
-  capture->add_option("-c,--count", live.count, "Stop after COUNT packets")->check(CLI::PositiveNumber)->option_text("COUNT");
-  capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds")
-      ->check(CLI::PositiveNumber)
+  capture->add_option("-c,--count", live.count, "Stop after COUNT packets")
+      ->check(Whole("--count", "a whole number", 1, std::numeric_limits<uint64_t>::max() / 2))
+      ->option_text("COUNT");
+  capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds, with or without traffic")
+      ->check(Whole("--seconds", "whole seconds", 1))
       ->option_text("SECONDS");
   AddRunOptions(capture, output, save, watch, "capture time");
+  analyze->footer(kRules);
+  capture->footer(kRules);
 
   std::vector<std::string> savedPaths;
   CLI::App* show = app.add_subcommand(
@@ -118,10 +175,14 @@ int main(int argc, char** argv) {
   std::string outPath;
   CLI::App* generate = app.add_subcommand("generate", "Write a deterministic synthetic capture");
   generate->add_option("OUT", outPath, "The pcap file to write")->required();
-  generate->add_option("--packets", generator.packets, "Packets to write (default 60000)")->check(CLI::PositiveNumber);
-  generate->add_option("--hosts", generator.hosts, "Hosts on the segment (default 300)")->check(CLI::Range(4, 16777215));
-  generate->add_option("--seconds", generator.seconds, "Seconds of traffic (default 60)")->check(CLI::PositiveNumber);
-  generate->add_option("--seed", generator.seed, "Seed of the traffic pattern (default 1)");
+  generate->add_option("--packets", generator.packets, "Packets to write (default 60000)")
+      ->check(Whole("--packets", "a whole number", 1, std::numeric_limits<uint64_t>::max() / 2));
+  generate->add_option("--hosts", generator.hosts, "Hosts on the segment (default 300)")
+      ->check(Whole("--hosts", "a whole number", 4, 16777215));
+  generate->add_option("--seconds", generator.seconds, "Seconds of traffic (default 60)")
+      ->check(Whole("--seconds", "whole seconds", 1));
+  generate->add_option("--seed", generator.seed, "Seed of the traffic pattern (default 1)")
+      ->check(Whole("--seed", "a whole number", 0, std::numeric_limits<uint64_t>::max() / 2));
 
   try {
     app.parse(argc, argv);

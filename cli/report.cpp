@@ -8,6 +8,7 @@
 #include <ctime>
 #include <memory>
 #include <numeric>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
@@ -24,24 +25,37 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// The traffic section holds at most this many lines.
+constexpr size_t kTrafficLines = 30;
+
 struct Totals {
   uint64_t packets = 0, bytes = 0;
   ZemoTime start = 0, stop = 0;
   uint64_t duration = 0;  // nanoseconds
 };
 
+// A run's totals are its own: the whole bytes of frames beyond what the
+// statistics hold, and the earliest and latest valid stamps where the
+// context keeps the first and last in file order. A saved context has
+// only its own.
 Totals ReadTotals(const Analysis& analysis) {
   Totals t;
-  IZemoStatsContext* c = analysis.Context();
-  if (!c) return t;
-  c->GetTotalPackets(&t.packets);
-  c->GetTotalBytes(&t.bytes);
-  // Without packets the context has no capture time of its own.
-  if (t.packets) {
-    c->GetStartDateTime(&t.start);
-    c->GetStopDateTime(&t.stop);
-    t.duration = t.stop > t.start ? t.stop - t.start : 0;
+  if (!analysis.FromSaves()) {
+    const RunFacts& f = analysis.Facts();
+    t.packets = f.frames;
+    t.bytes = f.bytes;
+    t.start = f.earliest;
+    t.stop = f.latest;
+  } else if (IZemoStatsContext* c = analysis.Context()) {
+    c->GetTotalPackets(&t.packets);
+    c->GetTotalBytes(&t.bytes);
+    // Without packets the context has no capture time of its own.
+    if (t.packets) {
+      c->GetStartDateTime(&t.start);
+      c->GetStopDateTime(&t.stop);
+    }
   }
+  t.duration = t.stop > t.start ? t.stop - t.start : 0;
   return t;
 }
 
@@ -82,16 +96,23 @@ const StatisticEntry* Find(const Analysis& analysis, std::string_view name) {
 }
 
 // The dashboard's traffic series, since the dashboard offers no selection
-// table: bytes per second in each interval from the start. False when there
-// is no dashboard or no rung is left.
+// table: bytes per second in each span from the start. The spans end on
+// whole seconds of packet time, so the first, from the first packet, is
+// shorter than the others when that packet is not on a whole second. False
+// when there is no dashboard or no rung is left.
 struct Traffic {
   LONG interval = 0;
   ZemoTime start = 0;
   std::vector<double> samples;
 
-  std::string TimeOf(size_t i) const {
-    return IsoTime(start + static_cast<ZemoTime>(i) * static_cast<ZemoTime>(interval) * 1000000000ull);
+  ZemoTime From(size_t i) const {
+    if (i == 0) return start;
+    const ZemoTime second = 1000000000ull;
+    return start / second * second + static_cast<ZemoTime>(i) * static_cast<ZemoTime>(interval) * second;
   }
+  std::string TimeOf(size_t i) const { return IsoTime(From(i)); }
+  // The bytes of span i: its rate over its true length.
+  double BytesOf(size_t i) const { return samples[i] * static_cast<double>(From(i + 1) - From(i)) / 1e9; }
 };
 
 bool ReadTraffic(const Analysis& analysis, Traffic* traffic) {
@@ -276,15 +297,18 @@ void PrintCapture(std::FILE* out, const Analysis& analysis, const CaptureInfo& i
   row("Medium", MediumName(analysis.Medium()));
   row("Packets", std::to_string(t.packets));
   row("Bytes", std::to_string(t.bytes));
-  if (t.packets) {
+  if (t.start) {
     row("Start", IsoTime(t.start));
     row("Stop", IsoTime(t.stop));
     row("Duration", Fixed(t.duration / 1e9, 3) + " s");
+    if (!analysis.FromSaves() && f.outOfOrder) row("Time order", "out of order (Start and Stop: earliest and latest)");
     double seconds = t.duration / 1e9;
     if (seconds > 0)
       row("Average rate", Fixed(t.packets / seconds, 1) + " packets/s, " + BitRate(t.bytes * 8.0 / seconds));
-    if (!analysis.FromSaves())
-      row("Peak rate", std::to_string(f.peakPackets) + " packets/s, " + BitRate(f.peakBytes * 8.0) + " (busiest second)");
+  }
+  if (t.packets && !analysis.FromSaves()) {
+    TrafficSeries::Bin peak = analysis.Traffic().PeakSecond();
+    row("Peak rate", std::to_string(peak.packets) + " packets/s, " + BitRate(peak.bytes * 8.0) + " (busiest second)");
   }
   if (analysis.FromSaves()) std::fprintf(out, "  (a saved context keeps neither the link type nor the peak rate)\n");
 }
@@ -700,15 +724,24 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   capture["media_subtype"] = analysis.Medium().subType;
   capture["packets"] = t.packets;
   capture["bytes"] = t.bytes;
-  capture["start"] = t.packets ? Json(IsoTime(t.start)) : Json(nullptr);
-  capture["stop"] = t.packets ? Json(IsoTime(t.stop)) : Json(nullptr);
+  capture["start"] = t.start ? Json(IsoTime(t.start)) : Json(nullptr);
+  capture["stop"] = t.start ? Json(IsoTime(t.stop)) : Json(nullptr);
   capture["duration_ns"] = t.duration;
   double seconds = t.duration / 1e9;
   capture["average_packets_per_second"] = seconds > 0 ? t.packets / seconds : 0.0;
   capture["average_bits_per_second"] = seconds > 0 ? t.bytes * 8.0 / seconds : 0.0;
   if (!analysis.FromSaves()) {
-    capture["peak_packets_per_second"] = f.peakPackets;
-    capture["peak_bits_per_second"] = f.peakBytes * 8;
+    TrafficSeries::Bin peak = analysis.Traffic().PeakSecond();
+    capture["time_ordered"] = f.outOfOrder == 0;
+    capture["peak_packets_per_second"] = peak.packets;
+    capture["peak_bits_per_second"] = peak.bytes * 8;
+    TrafficSeries::Lines lines = analysis.Traffic().ToLines(kTrafficLines);
+    Json rows = Json::array();
+    for (size_t i = 0; i < lines.bins.size(); ++i)
+      rows.push_back({IsoTime(lines.origin + i * lines.seconds * 1000000000ull), lines.bins[i].packets,
+                      lines.bins[i].bytes});
+    capture["traffic"] = {{"interval_seconds", lines.seconds}, {"columns", {"From", "Packets", "Bytes"}},
+                          {"rows", rows}};
   }
 
   JsonOut out(file);
@@ -777,28 +810,65 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
 
 namespace {
 
-// The traffic series in at most kTrafficRows lines: consecutive samples are
-// averaged in groups when there are more.
-void PrintTraffic(std::FILE* out, const Analysis& analysis) {
-  constexpr size_t kTrafficRows = 30;
+// One line of the traffic section: its start, length, packets (unknown for
+// a saved context's series) and bytes.
+struct TrafficLine {
+  ZemoTime from;
+  double seconds;
+  std::optional<uint64_t> packets;
+  double bytes;
+};
+
+// A run's lines: from the first packet on, as tshark's io,stat counts.
+std::vector<TrafficLine> RunTraffic(const Analysis& analysis, uint64_t* width) {
+  TrafficSeries::Lines series = analysis.Traffic().ToLines(kTrafficLines);
+  *width = series.seconds;
+  std::vector<TrafficLine> lines;
+  for (size_t i = 0; i < series.bins.size(); ++i)
+    lines.push_back({series.origin + i * series.seconds * 1000000000ull, double(series.seconds),
+                     series.bins[i].packets, double(series.bins[i].bytes)});
+  return lines;
+}
+
+// A saved context's lines: the dashboard's closed spans, in groups.
+std::vector<TrafficLine> SavedTraffic(const Analysis& analysis, uint64_t* width) {
   Traffic t;
-  if (!ReadTraffic(analysis, &t) || t.samples.empty()) return;
-  const size_t group = (t.samples.size() + kTrafficRows - 1) / kTrafficRows;
-  std::vector<std::pair<std::string, double>> lines;
-  double peak = 0;
+  std::vector<TrafficLine> lines;
+  if (!ReadTraffic(analysis, &t) || t.samples.empty()) return lines;
+  const size_t group = (t.samples.size() + kTrafficLines - 1) / kTrafficLines;
+  *width = uint64_t(t.interval) * group;
   for (size_t i = 0; i < t.samples.size(); i += group) {
     size_t end = std::min(t.samples.size(), i + group);
-    double sum = 0;
-    for (size_t k = i; k < end; ++k) sum += t.samples[k];
-    lines.emplace_back(t.TimeOf(i), sum / static_cast<double>(end - i));
-    peak = std::max(peak, lines.back().second);
+    TrafficLine line{t.From(i), double(t.From(end) - t.From(i)) / 1e9, std::nullopt, 0};
+    for (size_t k = i; k < end; ++k) line.bytes += t.BytesOf(k);
+    lines.push_back(line);
   }
-  std::fprintf(out, "\nTraffic (%ld s per line)\n", static_cast<long>(t.interval) * static_cast<long>(group));
+  return lines;
+}
+
+void PrintTraffic(std::FILE* out, const Analysis& analysis) {
+  uint64_t width = 0;
+  std::vector<TrafficLine> lines = analysis.FromSaves() ? SavedTraffic(analysis, &width) : RunTraffic(analysis, &width);
+  if (lines.empty()) return;
+  double peak = 0;
+  for (const TrafficLine& l : lines) peak = std::max(peak, l.bytes / l.seconds);
+  std::fprintf(out, "\nTraffic (%llu s per line%s)\n", static_cast<unsigned long long>(width),
+               analysis.FromSaves() ? ", as the saved dashboard has it" : ", from the first packet");
+  const bool packets = lines.front().packets.has_value();
   std::vector<std::vector<std::string>> rows;
-  for (const auto& [time, rate] : lines)
-    rows.push_back({time, Fixed(rate * 8 / 1000, 2),
-                    std::string(peak > 0 ? static_cast<size_t>(rate / peak * 40 + 0.5) : 0, '#')});
-  PrintTable(out, {"From", "kbit/s", ""}, rows, {false, true, false});
+  for (const TrafficLine& l : lines) {
+    double rate = l.bytes / l.seconds;
+    std::vector<std::string> row = {IsoTime(l.from)};
+    if (packets) row.push_back(std::to_string(*l.packets));
+    row.push_back(Fixed(l.bytes, 0));
+    row.push_back(Fixed(rate * 8 / 1000, 2));
+    row.push_back(std::string(peak > 0 ? static_cast<size_t>(rate / peak * 40 + 0.5) : 0, '#'));
+    rows.push_back(std::move(row));
+  }
+  if (packets)
+    PrintTable(out, {"From", "Packets", "Bytes", "kbit/s", ""}, rows, {false, true, true, true, false});
+  else
+    PrintTable(out, {"From", "Bytes", "kbit/s", ""}, rows, {false, true, true, false});
 }
 
 // The heaviest nodes of the window, physical and logical apart, with their
@@ -1033,7 +1103,7 @@ bool ExportAll(const Analysis& analysis, const std::string& directory, std::stri
     std::string path = directory + "/" + s.selectName + ".txt";
     HRESULT hr = file->Save(FromUtf8(path).c_str(), FALSE);
     if (FAILED(hr)) {
-      *error = path + ": the export failed (" + HrText(hr) + ")";
+      *error = path + ": the export failed (" + HrReason(hr) + ")";
       for (const std::string& w : written) unlink(w.c_str());
       return false;
     }

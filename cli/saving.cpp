@@ -35,7 +35,7 @@ bool ReplaceFile(const std::string& path, const std::function<HRESULT(const std:
   HRESULT hr = write(FromUtf8(temp));
   if (FAILED(hr)) {
     unlink(temp.c_str());
-    *error = SaveFailure(path, "(" + HrText(hr) + ")");
+    *error = SaveFailure(path, "(" + HrReason(hr) + ")");
     return false;
   }
   if (std::rename(temp.c_str(), path.c_str()) != 0) {
@@ -197,9 +197,118 @@ bool CheckSaveTarget(const std::string& path, std::string* error) {
   size_t slash = path.find_last_of('/');
   const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
   struct stat st {};
+  if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+    *error = SaveFailure(path, "(it is a folder; name a file)");
+    return false;
+  }
   if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
     *error = SaveFailure(path, "(there is no folder " + folder + ")");
     return false;
+  }
+  std::string why;
+  if (!CanWriteIn(folder, &why)) {
+    *error = SaveFailure(path, "(" + why + ")");
+    return false;
+  }
+  return true;
+}
+
+namespace {
+
+// The place of a file in a series by its name: folder, number, full or not.
+struct SeriesName {
+  std::string folder;
+  long index = -1;  // -1: not named as a series file
+  bool full = false;
+};
+
+SeriesName NameInSeries(const std::string& path) {
+  SeriesName n;
+  size_t slash = path.find_last_of('/');
+  n.folder = slash == std::string::npos ? "." : path.substr(0, slash);
+  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  unsigned index = 0;
+  char kind[8] = {};
+  int used = 0;
+  if (std::sscanf(name.c_str(), "context-%6u.%5[a-z]%n", &index, kind, &used) == 2 &&
+      static_cast<size_t>(used) == name.size() && name.size() == std::strlen("context-000000.") + std::strlen(kind) &&
+      (std::strcmp(kind, "full") == 0 || std::strcmp(kind, "delta") == 0)) {
+    n.index = static_cast<long>(index);
+    n.full = kind[0] == 'f';
+  }
+  return n;
+}
+
+// The first bytes of a file.
+std::string FileStart(const std::string& path, size_t n) {
+  std::string bytes(n, '\0');
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return {};
+  bytes.resize(std::fread(bytes.data(), 1, n, f));
+  std::fclose(f);
+  return bytes;
+}
+
+bool IsCaptureStart(std::string_view b) {
+  if (b.size() >= 2 && static_cast<unsigned char>(b[0]) == 0x1F && static_cast<unsigned char>(b[1]) == 0x8B)
+    return true;  // gzip: a compressed capture; a saved context never is
+  if (b.size() < 4) return false;
+  const std::string_view m = b.substr(0, 4);
+  return m == "\xA1\xB2\xC3\xD4" || m == "\xD4\xC3\xB2\xA1" || m == "\xA1\xB2\x3C\x4D" || m == "\x4D\x3C\xB2\xA1" ||
+         m == "\x0A\x0D\x0D\x0A";
+}
+
+// The packets a stream save holds, from its header: media type and
+// subtype, the mark, link speed, start, stop, packets. -1 when the file is
+// no stream save.
+int64_t SavedPackets(std::string_view b) {
+  if (b.size() < 44 || b.substr(8, 4) != "\x34\x12\xCD\xAB") return -1;
+  uint64_t packets = 0;
+  for (int i = 7; i >= 0; --i) packets = packets << 8 | static_cast<unsigned char>(b[36 + i]);
+  return static_cast<int64_t>(packets & 0x7FFFFFFFFFFFFFFFull);
+}
+
+}  // namespace
+
+bool CheckSavedSeries(const std::vector<std::string>& paths, std::string* error) {
+  for (const std::string& path : paths) {
+    if (IsCaptureStart(FileStart(path, 4))) {
+      *error = path + ": a capture file, not a saved statistics context; zemostats analyze " + path + " reports on it";
+      return false;
+    }
+  }
+  if (paths.empty()) return true;
+  const SeriesName first = NameInSeries(paths[0]);
+  if (first.index >= 0 && !first.full) {
+    *error = paths[0] + ": a delta; its series starts with its full save, " +
+             DeltaSeries::FileName(first.folder, 0) + ", which comes first";
+    return false;
+  }
+  int64_t packets = SavedPackets(FileStart(paths[0], 44));
+  for (size_t i = 1; i < paths.size(); ++i) {
+    const SeriesName n = NameInSeries(paths[i]);
+    if (n.index >= 0) {
+      std::string fault;
+      if (n.full)
+        fault = "a full save, which comes only first";
+      else if (first.index != 0)
+        fault = "a delta of a series, which starts with its full save (context-000000.full), not with " + paths[0];
+      else if (n.folder != first.folder)
+        fault = "a delta of another run than " + paths[0] + " (another folder)";
+      else if (n.index != static_cast<long>(i))
+        fault = "out of order or after a missing delta: delta " + std::to_string(i) + " of the series is " +
+                DeltaSeries::FileName(first.folder, static_cast<uint32_t>(i));
+      if (!fault.empty()) {
+        *error = paths[i] + ": " + fault;
+        return false;
+      }
+    }
+    int64_t now = SavedPackets(FileStart(paths[i], 44));
+    if (now >= 0 && packets >= 0 && now < packets) {
+      *error = paths[i] + ": holds fewer packets than " + paths[i - 1] + " before it: the saves are out of order";
+      return false;
+    }
+    if (now >= 0) packets = now;
   }
   return true;
 }

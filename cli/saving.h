@@ -30,6 +30,13 @@ bool SaveContextFile(IZemoStatsContext* context, const std::string& path, std::v
 // before a run so that a long capture doesn't end in a save that fails.
 bool CheckSaveTarget(const std::string& path, std::string* error);
 
+// Whether the files can make one saved context, before any is loaded: no
+// capture file among them, and more than one only as a series that
+// DeltaSeries wrote: its full save first, then its deltas from the same
+// folder in order, each holding at least the packets of the one before.
+// False with a message that names the file at fault.
+bool CheckSavedSeries(const std::vector<std::string>& paths, std::string* error);
+
 // Loads saved files, stream or XML as their content says, into the context
 // in the order given: the first is a whole save, each later one a delta of
 // the same capture on what is loaded. A file of another capture, a damaged

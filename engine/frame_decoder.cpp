@@ -25,6 +25,8 @@ struct Frame {
   ULONG flags = 0;
   bool linkGroup = false;  // the link layer decided broadcast and multicast
   bool wireless = false;
+  bool fragment = false;   // within the first fragment of a datagram: lengths above IP cover more than it
+  bool foreign = false;    // not the protocol its link type names
   int depth = 0;
 
   bool Has(uint32_t off, uint32_t n) const { return uint64_t(off) + n <= cap; }
@@ -100,7 +102,7 @@ void Udp(Frame& f, uint32_t off, uint32_t end) {
   uint16_t length = f.Be16(off + 4);
   // 0 is a jumbogram's length; anything shorter than the header is void.
   if (f.Beyond(off + 8, end)) return;
-  uint32_t udpEnd = length >= 8 ? f.Claim(off, length, end) : end;
+  uint32_t udpEnd = length >= 8 && !f.fragment ? f.Claim(off, length, end) : end;
   uint16_t app = ByPorts(proto::ByUdpPort, f.Be16(off), f.Be16(off + 2));
   if (app == kNone) return;
   f.Layer(app, off + 8, app == proto::kVxlan ? 8 : 0, udpEnd);
@@ -133,6 +135,8 @@ void Gre(Frame& f, uint32_t off, uint32_t end) {
   ++f.depth;
   if (type == 0x6558)
     Ethernet(f, off + header, end);
+  else if (type == 0x2000 && !f.Beyond(off + header, end))
+    f.Layer(proto::kCdp, off + header, 0, end);  // Cisco's type for CDP, as in SNAP
   else
     EtherType(f, type, off + header, end);
 }
@@ -159,9 +163,18 @@ void IpPayload(Frame& f, uint8_t protocol, uint32_t off, uint32_t end) {
 
 // --- network ---
 
+// A header of another IP version where its carrier names this one: the
+// layer counts, as a frame error, and nothing in it.
+bool WrongVersion(Frame& f, uint16_t id, uint8_t version, uint32_t off, uint32_t end) {
+  if (!f.Has(off, 1) || f.U8(off) >> 4 == version) return false;
+  f.Layer(id, off, version == 4 ? 20 : 40, end);
+  f.status |= kPacketStatusFrame;
+  f.faults |= kFaultBadVersion;
+  return true;
+}
+
 void Ipv4(Frame& f, uint32_t off, uint32_t end) {
-  if (f.Beyond(off, end)) return;
-  if (f.Has(off, 1) && f.U8(off) >> 4 != 4) f.faults |= kFaultBadVersion;
+  if (f.Beyond(off, end) || WrongVersion(f, proto::kIpv4, 4, off, end)) return;
   uint32_t header = f.Has(off, 1) ? uint32_t(f.U8(off) & 0x0F) * 4 : 20;
   if (!f.Has(off, 4) || header < 20) {
     f.Layer(proto::kIpv4, off, std::max<uint32_t>(header, 20), end);
@@ -188,18 +201,20 @@ void Ipv4(Frame& f, uint32_t off, uint32_t end) {
         f.p.SetMulticast(true);
     }
   }
-  // A fragment counts at the network layer: its payload is not a header.
-  if (f.Be16(off + 6) & 0x3FFF) return;
+  // A later fragment counts at the network layer, since its payload is not
+  // a header; the first carries the transport header.
+  const uint16_t fragment = f.Be16(off + 6);
+  if (fragment & 0x1FFF) return;
+  if (fragment & 0x2000) f.fragment = true;
   IpPayload(f, f.U8(off + 9), off + header, ipEnd);
 }
 
 void Ipv6(Frame& f, uint32_t off, uint32_t end) {
-  if (f.Beyond(off, end)) return;
+  if (f.Beyond(off, end) || WrongVersion(f, proto::kIpv6, 6, off, end)) return;
   if (!f.Has(off, 8)) {
     f.Layer(proto::kIpv6, off, 40, end);
     return;
   }
-  if (f.U8(off) >> 4 != 6) f.faults |= kFaultBadVersion;
   uint16_t payload = f.Be16(off + 4);
   uint32_t ipEnd = payload == 0 ? end : f.Claim(off, 40 + uint32_t(payload), end);
   uint8_t next = f.U8(off + 6);
@@ -214,7 +229,8 @@ void Ipv6(Frame& f, uint32_t off, uint32_t end) {
       at += length;
     } else if (next == 44) {
       if (!f.Has(at, 4)) break;
-      fragment = (f.Be16(at + 2) & 0xFFF9) != 0;
+      fragment = (f.Be16(at + 2) & 0xFFF8) != 0;
+      if (f.Be16(at + 2) & 1) f.fragment = true;
       next = f.U8(at);
       at += 8;
     } else if (next == 51) {
@@ -247,7 +263,8 @@ void Arp(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
   }
   uint32_t hlen = f.U8(off + 4), plen = f.U8(off + 5);
   f.Layer(id, off, 8 + 2 * (hlen + plen), end);
-  if (f.Be16(off + 2) != 0x0800 || plen != 4 || !f.Has(off, 8 + 2 * (hlen + plen))) return;
+  // ATM's ARP (hardware type 19) lays its addresses out otherwise.
+  if (f.Be16(off) == 19 || f.Be16(off + 2) != 0x0800 || plen != 4 || !f.Has(off, 8 + 2 * (hlen + plen))) return;
   if (f.p.HasAddress(PacketAddress::kLogicalSource)) return;
   f.p.SetAddress(PacketAddress::kLogicalSource, specs::Ipv4(f.d + off + 8 + hlen));
   f.p.SetAddress(PacketAddress::kLogicalDestination, specs::Ipv4(f.d + off + 8 + 2 * hlen + plen));
@@ -255,9 +272,18 @@ void Arp(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
 
 // --- link ---
 
+void Llc(Frame& f, uint32_t off, uint32_t end);
+
 void Vlan(Frame& f, uint16_t id, uint32_t off, uint32_t end) {
   f.Layer(id, off, 4, end);
-  if (f.Has(off, 4)) EtherType(f, f.Be16(off + 2), off + 4, end);
+  if (!f.Has(off, 4)) return;
+  uint16_t type = f.Be16(off + 2);
+  // A tag may be followed by an 802.3 length and LLC (per-VLAN spanning tree).
+  if (type <= 1500) {
+    if (!f.Beyond(off + 4, end)) Llc(f, off + 4, f.Claim(off + 4, type, end));
+    return;
+  }
+  EtherType(f, type, off + 4, end);
 }
 
 void Mpls(Frame& f, uint32_t off, uint32_t end) {
@@ -290,6 +316,44 @@ void PppoeSession(Frame& f, uint32_t off, uint32_t end) {
     Ipv6(f, off + 8, sessionEnd);
 }
 
+// MACsec: a SecTAG of 6 bytes, 14 with the secure channel, then, when the
+// frame is neither encrypted nor changed, its EtherType. The secure data
+// has the short length the tag gives, or runs to the integrity check value
+// of 16 bytes that ends the frame.
+void Macsec(Frame& f, uint32_t off, uint32_t end) {
+  const uint32_t header = f.Has(off, 1) && (f.U8(off) & 0x20) ? 14 : 6;
+  f.Layer(proto::kMacsec, off, header, end);
+  if (!f.Has(off, header + 2) || (f.U8(off) & 0x0C) || f.Beyond(off + header + 2, end)) return;
+  const uint32_t shortLength = f.U8(off + 1) & 0x3F;
+  uint32_t dataEnd = shortLength ? off + header + shortLength : end >= off + header + 16 ? end - 16 : end;
+  dataEnd = std::clamp(dataEnd, off + header + 2, end);
+  EtherType(f, f.Be16(off + header), off + header + 2, dataEnd);
+}
+
+// Arista's time stamp: subtype 1, a version that says a 64-bit (0x10) or
+// 48-bit (0x20) stamp, then the frame's own EtherType.
+void AristaVendor(Frame& f, uint32_t off, uint32_t end) {
+  const uint8_t form = f.Has(off, 4) ? f.U8(off + 3) : 0;
+  const uint32_t stamp = form == 0x10 ? 8 : form == 0x20 ? 6 : 0;
+  f.Layer(proto::kAristaVendor, off, 4 + stamp + 2, end);
+  if (!stamp || f.Be16(off) != 1 || f.U8(off + 2) > 1 || !f.Has(off, 4 + stamp + 2)) return;
+  EtherType(f, f.Be16(off + 4 + stamp), off + 4 + stamp + 2, end);
+}
+
+// Network service header: its length in 4-byte words, then IPv4 (1), IPv6
+// (2) or Ethernet (3).
+void Nsh(Frame& f, uint32_t off, uint32_t end) {
+  const uint32_t header = f.Has(off, 2) ? (f.U8(off + 1) & 0x3F) * 4u : 8;
+  f.Layer(proto::kNsh, off, header, end);
+  if (!f.Has(off, 4) || header < 8 || f.Beyond(off + header, end)) return;
+  switch (f.U8(off + 3)) {
+    case 1: Ipv4(f, off + header, end); return;
+    case 2: Ipv6(f, off + header, end); return;
+    case 3: Ethernet(f, off + header, end); return;
+    default: return;
+  }
+}
+
 void EtherType(Frame& f, uint16_t type, uint32_t off, uint32_t end) {
   if (f.depth >= kMaxDepth || f.Beyond(off, end)) return;
   ++f.depth;
@@ -304,6 +368,9 @@ void EtherType(Frame& f, uint16_t type, uint32_t off, uint32_t end) {
     case 0x8847:
     case 0x8848: Mpls(f, off, end); return;
     case 0x8864: PppoeSession(f, off, end); return;
+    case 0x88E5: Macsec(f, off, end); return;
+    case 0xD28B: AristaVendor(f, off, end); return;
+    case 0x894F: Nsh(f, off, end); return;
     default: {
       uint16_t id = proto::ByEtherType(type);
       if (id != kNone) f.Layer(id, off, 0, end);
@@ -317,10 +384,13 @@ void Snap(Frame& f, uint32_t off, uint32_t end) {
   if (!f.Has(off, 5)) return;
   uint32_t oui = uint32_t(f.U8(off)) << 16 | f.Be16(off + 1);
   uint16_t type = f.Be16(off + 3);
-  if (oui == 0 || oui == 0x0000F8)
+  if (oui == 0 || oui == 0x0000F8) {
     EtherType(f, type, off + 5, end);
-  else if (oui == 0x00000C && type == 0x2000 && !f.Beyond(off + 5, end))
-    f.Layer(proto::kCdp, off + 5, 0, end);
+  } else if (oui == 0x00000C && !f.Beyond(off + 5, end)) {
+    // Cisco's: CDP, and the spanning tree of one VLAN.
+    if (type == 0x2000) f.Layer(proto::kCdp, off + 5, 0, end);
+    if (type == 0x010B) f.Layer(proto::kStp, off + 5, 0, end);
+  }
 }
 
 void Llc(Frame& f, uint32_t off, uint32_t end) {
@@ -341,13 +411,31 @@ void Llc(Frame& f, uint32_t off, uint32_t end) {
   if (id != kNone && id != proto::kSnap && !f.Beyond(off + header, end)) f.Layer(id, off + header, 0, end);
 }
 
+// Cisco ISL: a 26-byte header, the whole frame of a VLAN, its own CRC. The
+// inner frame gives the addresses, as a VLAN tag's frame does; the outer
+// destination is ISL's multicast address and says nothing.
+bool IsIsl(const Frame& f, uint32_t off) {
+  static constexpr uint8_t kIsl[] = {0x00, 0x0C, 0x00, 0x00};
+  return f.Has(off, 5) && (f.U8(off) == 0x01 || f.U8(off) == 0x03) && std::equal(kIsl, kIsl + 4, f.d + off + 1);
+}
+
+void Isl(Frame& f, uint32_t off, uint32_t end) {
+  f.Layer(proto::kIsl, off, 26, end);
+  // Frame type 0 is Ethernet; token ring and FDDI are not followed.
+  if (!f.Has(off, 6) || (f.U8(off + 5) >> 4) != 0 || f.depth >= kMaxDepth || f.Beyond(off + 26, end)) return;
+  ++f.depth;
+  Ethernet(f, off + 26, end >= off + 26 + 4 ? end - 4 : end);
+}
+
 void Ethernet(Frame& f, uint32_t off, uint32_t end) {
   if (f.Beyond(off, end)) return;
-  if (f.Has(off, 6)) f.SetIfAbsent(PacketAddress::kPhysicalDestination, Mac(f, off, specs::kTypeEthernet));
-  if (f.Has(off, 12)) f.SetIfAbsent(PacketAddress::kPhysicalSource, Mac(f, off + 6, specs::kTypeEthernet));
-  if (f.Has(off, 6)) f.LinkGroup(off);
-  // Without the type field the frame may be Ethernet II or 802.3: no layer.
+  if (IsIsl(f, off)) return Isl(f, off, end);
+  // A header cut short is no header: without the type field the frame may
+  // be Ethernet II or 802.3, and its addresses are not trusted either.
   if (!f.Has(off, 14)) return;
+  f.SetIfAbsent(PacketAddress::kPhysicalDestination, Mac(f, off, specs::kTypeEthernet));
+  f.SetIfAbsent(PacketAddress::kPhysicalSource, Mac(f, off + 6, specs::kTypeEthernet));
+  f.LinkGroup(off);
   uint16_t type = f.Be16(off + 12);
   if (type >= 0x0600) {
     f.Layer(proto::kEthernetII, off, 14, end);
@@ -390,6 +478,20 @@ uint32_t BandOfFrequency(uint32_t mhz) { return mhz >= 4900 ? 3 : 4; }
 
 // A dBm reading as a share of the range from -100 dBm (0 %) to -50 dBm (100 %).
 BYTE PercentOfDbm(int dbm) { return static_cast<BYTE>(std::clamp(2 * (dbm + 100), 0, 100)); }
+
+// The transmitter and receiver are a conversation of their own only where
+// they are not the frame's source and destination (it crossed a
+// distribution system, or has no source or destination); otherwise the frame
+// would count twice in the same one. A lone receiver is no pair.
+void HopPair(Packet& p) {
+  MediaSpec ra{}, ta{}, sa{}, da{};
+  bool pair = SUCCEEDED(p.GetWirelessReceiver(&ra)) && SUCCEEDED(p.GetWirelessTransmitter(&ta));
+  if (pair && SUCCEEDED(p.GetPhysicalSource(&sa)) && SUCCEEDED(p.GetPhysicalDestination(&da)))
+    pair = !specs::Equal(ra, da) || !specs::Equal(ta, sa);
+  if (pair) return;
+  p.RemoveAddress(PacketAddress::kWirelessReceiver);
+  p.RemoveAddress(PacketAddress::kWirelessTransmitter);
+}
 
 void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
   f.wireless = true;
@@ -458,6 +560,7 @@ void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
     destination = da;
   }
   if (destination && has(destination)) f.LinkGroup(destination);
+  HopPair(f.p);
 
   f.Layer(proto::kIeee80211, off, header, end);
   if (kind != kNone) f.Layer(kind, off, header, end);
@@ -625,6 +728,18 @@ void RawIp(Frame& f, uint32_t off, uint32_t end) {
     f.faults |= kFaultBadVersion;
 }
 
+// A link type that names one IP version: a packet of another is no packet
+// of the link, and is not decoded as one.
+void OnlyIp(Frame& f, uint8_t version, uint32_t end) {
+  if (!f.Has(0, 1)) return;
+  if (f.U8(0) >> 4 != version) {
+    f.foreign = true;
+    f.status |= kPacketStatusFrame;
+    return;
+  }
+  RawIp(f, 0, end);
+}
+
 }  // namespace
 
 LinkMedium MediumOfLinkType(uint32_t linkType) noexcept {
@@ -680,8 +795,8 @@ uint32_t FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t capt
     case link::kRaw:
     case link::kRawOpenBsd:
     case link::kRawLinkType: RawIp(f, 0, end); break;
-    case link::kIpv4: Ipv4(f, 0, end); break;
-    case link::kIpv6: Ipv6(f, 0, end); break;
+    case link::kIpv4: OnlyIp(f, 4, end); break;
+    case link::kIpv6: OnlyIp(f, 6, end); break;
     case link::kNull: Loopback(f, 0, end, false); break;
     case link::kLoop: Loopback(f, 0, end, true); break;
     case link::kIeee80211: Ieee80211(f, 0, end); break;
@@ -698,6 +813,7 @@ uint32_t FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t capt
   if (f.status) packet.SetError(true);
   if (f.wireless) packet.SetWirelessMediaInfo();
   if (f.status & kPacketStatusFrame) faults |= kFaultMalformed;
+  if (f.foreign) faults |= kFaultForeign;
   return faults | f.faults;
 }
 

@@ -10,9 +10,16 @@
 //
 // What the packet gets:
 // - wire and capture length, time stamp;
-// - physical source and destination (Ethernet MAC, type 10; 802.11 MAC,
-//   type 13) and, on 802.11, BSSID, receiver and transmitter;
-// - logical source and destination from the outermost IPv4, IPv6 or ARP;
+// - physical source and destination (Ethernet MAC, type 10, of the outer
+//   frame of a tunnel and the inner frame of Cisco ISL; 802.11 MAC, type 13)
+//   and, on 802.11, the BSSID;
+// - logical source and destination from the outermost IPv4, IPv6 or ARP
+//   (ARP's sender and target);
+// - on 802.11, receiver and transmitter only where they are not the source
+//   and destination (the frame crossed a distribution system), so that no
+//   frame counts twice in one conversation;
+// - the transport of the first fragment of a datagram; later fragments end
+//   at the network layer;
 // - the innermost protocol found, as identifier and as type-9 spec, and one
 //   layer report per protocol, outermost first;
 // - broadcast and multicast from the link destination (from the IP
@@ -72,6 +79,7 @@ enum FrameFault : uint32_t {
   kFaultUnknownLink = 1u << 2,   // a link type without an analyzer
   kFaultBadVersion = 1u << 3,    // a header of a version the analyzer doesn't know
   kFaultCountedShort = 1u << 4,  // longer than 65535 bytes: the engine counts 65535
+  kFaultForeign = 1u << 5,       // not the protocol its link type names
 };
 inline constexpr size_t kFrameFaultKinds = 5;
 
@@ -84,7 +92,9 @@ class FrameDecoder {
 
   // Clears the packet and fills it from the frame. data holds captureLength
   // bytes and must outlive the packet's use. A frame of an unknown link
-  // type gets lengths and time only. Gives the frame's faults (FrameFault bits).
+  // type gets lengths and time only. Gives the frame's faults (FrameFault
+  // bits); a frame that is not of the protocol its link type names (IPv4 on
+  // an IPv6 link) gets lengths, time and a frame error, and kFaultForeign.
   uint32_t Decode(Packet& packet, const uint8_t* data, uint32_t captureLength, uint32_t wireLength,
                   ZemoTime time) const noexcept;
 

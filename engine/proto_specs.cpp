@@ -33,6 +33,10 @@ constexpr Row kRows[] = {
     {kWakeOnLan, kEthernetII, u"Wake-on-LAN"},
     {kMacsec, kEthernetII, u"MACsec"},
     {kLacp, kEthernetII, u"LACP"},
+    {kPtp, kEthernetII, u"PTP"},
+    {kEthernetLoopback, kEthernetII, u"Ethernet Loopback"},
+    {kAristaVendor, kEthernetII, u"Arista Vendor Specific"},
+    {kNsh, kEthernetII, u"NSH"},
 
     {kLinuxCooked, kNone, u"Linux cooked capture"},
     {kLinuxCooked2, kNone, u"Linux cooked capture v2"},
@@ -40,6 +44,7 @@ constexpr Row kRows[] = {
     {kRadiotap, kNone, u"Radiotap"},
     {kPrism, kNone, u"Prism"},
     {kPpp, kPppoeSession, u"PPP"},
+    {kIsl, kNone, u"Cisco ISL"},
 
     {kIp, kEthernetII, u"IP"},
     {kIpv4, kIp, u"IPv4"},
@@ -157,11 +162,12 @@ struct Key {
 };
 
 constexpr Key kEtherTypes[] = {
-    {0x0800, kIpv4},         {0x0806, kArp},           {0x0842, kWakeOnLan}, {0x8035, kRarp},
-    {0x8100, kVlan},         {0x8137, kIpx},           {0x86DD, kIpv6},      {0x8808, kMacControl},
-    {0x8809, kLacp},         {0x8847, kMpls},          {0x8848, kMpls},      {0x8863, kPppoeDiscovery},
-    {0x8864, kPppoeSession}, {0x888E, kEapol},         {0x88A8, kQinQ},      {0x88CC, kLldp},
-    {0x88E5, kMacsec},
+    {0x0800, kIpv4},         {0x0806, kArp},           {0x0842, kWakeOnLan},
+    {0x8035, kRarp},         {0x8100, kVlan},          {0x8137, kIpx},       {0x86DD, kIpv6},
+    {0x8808, kMacControl},   {0x8809, kLacp},          {0x8847, kMpls},      {0x8848, kMpls},
+    {0x8863, kPppoeDiscovery}, {0x8864, kPppoeSession}, {0x888E, kEapol},    {0x88A8, kQinQ},
+    {0x88CC, kLldp},         {0x88E5, kMacsec},        {0x88F7, kPtp},       {0x894F, kNsh},       {0x9000, kEthernetLoopback},
+    {0xD28B, kAristaVendor},
 };
 
 constexpr Key kIpProtocols[] = {

@@ -43,6 +43,10 @@ inline constexpr uint16_t kMacControl = 0x001B;
 inline constexpr uint16_t kWakeOnLan = 0x001C;
 inline constexpr uint16_t kMacsec = 0x001D;
 inline constexpr uint16_t kLacp = 0x001E;
+inline constexpr uint16_t kPtp = 0x001F;
+inline constexpr uint16_t kEthernetLoopback = 0x0020;  // the configuration test protocol
+inline constexpr uint16_t kAristaVendor = 0x0021;     // Arista's header of a time stamp
+inline constexpr uint16_t kNsh = 0x0022;              // network service header
 
 // Capture headers that stand before or instead of the link layer (roots).
 inline constexpr uint16_t kLinuxCooked = 0x0030;
@@ -51,6 +55,7 @@ inline constexpr uint16_t kLoopback = 0x0032;
 inline constexpr uint16_t kRadiotap = 0x0033;
 inline constexpr uint16_t kPrism = 0x0034;
 inline constexpr uint16_t kPpp = 0x0035;  // the PPP of a PPPoE session
+inline constexpr uint16_t kIsl = 0x0036;  // Cisco's trunk header before a whole frame
 
 // Network layer.
 inline constexpr uint16_t kIp = 0x0040;  // the family of IPv4 and IPv6; never a layer of its own

@@ -1,4 +1,4 @@
-// Arbitrary bytes as a pcap or pcapng file read through the capture host's
+// Arbitrary bytes as a pcap or pcapng file, gzip-compressed or not, read through the capture host's
 // reader, every frame decoded by the decoder of the file's link type.
 // libpcap must reject what it cannot read, and the reader must end.
 #include <cstdio>
@@ -14,7 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string error;
   auto source = zemo::cli::CaptureSource::OpenStream(stream, "fuzz input", &error);
   if (!source) {
-    std::fclose(stream);
     if (error.empty()) std::abort();
     return 0;
   }

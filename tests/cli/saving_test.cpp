@@ -23,7 +23,8 @@ using namespace zemo::testing_cli;
 const char* const kRunOnlyFields[] = {"file",    "live",
                                       "link_type", "link_type_number",
                                       "decoded", "peak_packets_per_second",
-                                      "peak_bits_per_second"};
+                                      "peak_bits_per_second", "time_ordered",
+                                      "traffic"};
 
 void WriteFile(const std::string& path, const std::string& bytes) {
   std::FILE* f = std::fopen(path.c_str(), "wb");
@@ -32,10 +33,15 @@ void WriteFile(const std::string& path, const std::string& bytes) {
   std::fclose(f);
 }
 
-// The report from its first statistic on: what follows the capture section.
+// The report from its first statistic on: what follows the capture section,
+// but the traffic lines, which a run counts itself and a saved context
+// reads from its dashboard.
 std::string AfterCapture(const std::string& report) {
   size_t at = report.find("\n\n");
-  return at == std::string::npos ? std::string() : report.substr(at);
+  std::string rest = at == std::string::npos ? std::string() : report.substr(at);
+  size_t traffic = rest.find("\nTraffic (");
+  if (traffic != std::string::npos) rest.erase(traffic, rest.find("\n\n", traffic + 1) - traffic);
+  return rest;
 }
 
 class SavedContext : public ::testing::Test {
@@ -107,6 +113,7 @@ TEST_F(SavedContext, AStreamSaveShowsWhatTheRunShowed) {
   EXPECT_NE(std::string::npos, report.out.find("Saved          " + saved));
   EXPECT_NE(std::string::npos, report.out.find("neither the link type nor the peak rate"));
   EXPECT_EQ(std::string::npos, report.out.find("Peak rate"));
+  EXPECT_NE(std::string::npos, report.out.find("Traffic (1 s per line, as the saved dashboard has it)"));
   EXPECT_FALSE(AfterCapture(direct.out).empty());
   EXPECT_EQ(AfterCapture(direct.out), AfterCapture(report.out));
 
@@ -243,6 +250,26 @@ TEST_F(SavedContext, AFullSaveAndItsDeltasAddUpToTheWholeRun) {
   EXPECT_EQ(1, mixed.exitCode);
   EXPECT_NE(std::string::npos, mixed.err.find(other + ": a save of another capture than " + files[0])) << mixed.err;
   EXPECT_TRUE(mixed.out.empty());
+
+  // A series that does not start with its full save, out of order, or with
+  // a delta of another run of the same capture, is refused by name.
+  std::string rerunSeries = dir.File("rerun");
+  ASSERT_EQ(0, RunZemostats({"analyze", "--save-deltas", rerunSeries, "--every", "2", Sample()}).exitCode);
+  const std::string foreign = rerunSeries + "/context-000002.delta";
+  const std::pair<std::vector<std::string>, std::string> broken[] = {
+      {{files[1], files[2]}, files[1] + ": a delta; its series starts with its full save"},
+      {{files[0], files[2], files[1]}, files[2] + ": out of order or after a missing delta"},
+      {{files[0], files[1], foreign}, foreign + ": a delta of another run than " + files[0]},
+      {{files[0], files[1], files[0]}, files[0] + ": a full save, which comes only first"},
+  };
+  for (const auto& [series, says] : broken) {
+    std::vector<std::string> show = {"show"};
+    show.insert(show.end(), series.begin(), series.end());
+    RunResult r = RunZemostats(show);
+    EXPECT_EQ(1, r.exitCode) << says;
+    EXPECT_NE(std::string::npos, r.err.find(says)) << r.err;
+    EXPECT_TRUE(r.out.empty()) << says;
+  }
 }
 
 TEST_F(SavedContext, ADamagedSaveIsADataErrorThatNamesTheFile) {
@@ -323,7 +350,7 @@ TEST_F(SavedContext, AFailedSaveNamesTheFileAndStillReports) {
     std::filesystem::create_directory(kept + ".partial");
     RunResult blocked = RunZemostats({"analyze", "--json", "--save", kept, Sample()});
     EXPECT_EQ(1, blocked.exitCode);
-    EXPECT_NE(std::string::npos, blocked.err.find("cannot save the statistics context to " + kept + " (0x8"))
+    EXPECT_NE(std::string::npos, blocked.err.find("cannot save the statistics context to " + kept + " (permission denied, 0x8"))
         << blocked.err;
     EXPECT_EQ("an earlier save", ReadFile(kept));
     EXPECT_EQ(Analyzed()["statistics"], json::parse(blocked.out)["statistics"]);
@@ -333,7 +360,7 @@ TEST_F(SavedContext, AFailedSaveNamesTheFileAndStillReports) {
   WriteFile(plain, "x");
   RunResult notFolder = RunZemostats({"analyze", "--save-deltas", plain, "--every", "1", Sample()});
   EXPECT_EQ(1, notFolder.exitCode);
-  EXPECT_NE(std::string::npos, notFolder.err.find(plain + ": not a directory")) << notFolder.err;
+  EXPECT_NE(std::string::npos, notFolder.err.find(plain + ": not a folder")) << notFolder.err;
 }
 
 TEST(SavedContextUsage, SaveOptionsAndShowFollowTheUsageRules) {

@@ -366,14 +366,37 @@ TEST_F(GeneratedSample, TheSummaryIsNamedFromAnyFolderAndKeptBySaves) {
   EXPECT_EQ(doc["summary_series"], again["summary_series"]);
 }
 
-TEST_F(GeneratedSample, StandardInputReadsTheSame) {
+// Standard input, and the file compressed with gzip, from a file and from
+// standard input, read the same; empty standard input is an empty file.
+TEST_F(GeneratedSample, StandardInputAndGzipReadTheSame) {
+  ScratchDir dir;
+  const std::string gz = dir.File("sample.pcap.gz"), empty = dir.File("empty");
+  ASSERT_EQ(0, std::system(("gzip -c '" + SamplePath() + "' >'" + gz + "'").c_str()));
+  std::fclose(std::fopen(empty.c_str(), "w"));
   RunResult file = RunZemostats({"analyze", "--json", SamplePath()});
-  RunResult pipe = RunZemostats({"analyze", "--json", "-"}, SamplePath());
-  ASSERT_EQ(0, pipe.exitCode) << pipe.err;
-  json a = json::parse(file.out), b = json::parse(pipe.out);
-  EXPECT_EQ(a["capture"]["packets"], b["capture"]["packets"]);
-  EXPECT_EQ(a["statistics"], b["statistics"]);
-  EXPECT_EQ("-", b["capture"]["file"]);
+  json a = json::parse(file.out);
+  for (auto [name, args, input] : {std::tuple{"pipe", std::vector<std::string>{"-"}, SamplePath()},
+                                   std::tuple{"gzip file", std::vector<std::string>{gz}, std::string()},
+                                   std::tuple{"gzip pipe", std::vector<std::string>{"-"}, gz}}) {
+    SCOPED_TRACE(name);
+    args.insert(args.begin(), {"analyze", "--json"});
+    RunResult r = RunZemostats(args, input);
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    json b = json::parse(r.out);
+    EXPECT_EQ(a["capture"]["packets"], b["capture"]["packets"]);
+    EXPECT_EQ(a["statistics"], b["statistics"]);
+  }
+  RunResult none = RunZemostats({"analyze", "-"}, empty);
+  EXPECT_EQ(1, none.exitCode);
+  EXPECT_NE(std::string::npos, none.err.find("standard input: empty, not a capture file")) << none.err;
+  // Cut short in the compressed data: a read error after the packets before it.
+  std::string bytes = ReadFile(gz);
+  std::FILE* f = std::fopen(gz.c_str(), "wb");
+  std::fwrite(bytes.data(), 1, bytes.size() / 2, f);
+  std::fclose(f);
+  RunResult cut = RunZemostats({"analyze", "--json", gz});
+  EXPECT_EQ(1, cut.exitCode);
+  EXPECT_NE(std::string::npos, cut.err.find("reading stopped at packet")) << cut.err;
 }
 
 TEST_F(GeneratedSample, ATruncatedFileReportsUpToTheLastGoodPacket) {
@@ -450,13 +473,58 @@ TEST(ZemostatsBadInput, EachFailureNamesTheFileAndItsFault) {
   RunResult unwritable = RunZemostats({"generate", dir.File("no/such/folder/x.pcap")});
   EXPECT_EQ(1, unwritable.exitCode);
   EXPECT_NE(std::string::npos, unwritable.err.find("no/such/folder/x.pcap"));
+
+  // Targets that cannot be written fail before the run, with the path and
+  // the reason in words; /sys refuses files even to root.
+  std::string capture = dir.File("one.pcap"), error;
+  ASSERT_TRUE(zemo::cli::Generate(capture, {10, 4, 1, 1}, nullptr, &error)) << error;
+  const std::pair<std::vector<std::string>, std::string> targets[] = {
+      {{"--save", dir.Path()}, dir.Path() + " (it is a folder; name a file)"},
+      {{"--save", dir.File("none/x.ctx")}, "(there is no folder " + dir.File("none") + ")"},
+      {{"--save", "/sys/zemostats.ctx"}, "(cannot write in /sys: Permission denied)"},
+      {{"--export", "/sys/zemostats"}, "/sys/zemostats: cannot make the folder: "},
+      {{"--export", capture + "/x"}, capture + "/x: cannot make the folder: Not a directory"},
+      {{"--save-deltas", "/sys/zemostats", "--every", "1"}, "/sys/zemostats: cannot make the folder"},
+  };
+  for (const auto& [options, says] : targets) {
+    std::vector<std::string> args = {"analyze", capture};
+    args.insert(args.end(), options.begin(), options.end());
+    RunResult r = RunZemostats(args);
+    EXPECT_EQ(1, r.exitCode) << says;
+    EXPECT_NE(std::string::npos, r.err.find(says)) << r.err;
+    EXPECT_TRUE(r.out.empty()) << says;
+  }
+  // Missing folders of an export are made.
+  RunResult deep = RunZemostats({"analyze", "--export", dir.File("a/b/c"), capture});
+  EXPECT_EQ(0, deep.exitCode) << deep.err;
+  EXPECT_TRUE(FileExists(dir.File("a/b/c/nodestats.txt")));
+  // show names a capture file for what it is.
+  RunResult shown = RunZemostats({"show", capture});
+  EXPECT_EQ(1, shown.exitCode);
+  EXPECT_NE(std::string::npos, shown.err.find(capture + ": a capture file, not a saved statistics context")) << shown.err;
 }
 
 TEST(ZemostatsUsage, UsageErrorsAreTwoAndHelpIsZero) {
   EXPECT_EQ(2, RunZemostats({}).exitCode);
-  EXPECT_EQ(2, RunZemostats({"frobnicate"}).exitCode);
   EXPECT_EQ(2, RunZemostats({"analyze"}).exitCode);
-  EXPECT_EQ(2, RunZemostats({"analyze", "x.pcap", "--top", "0"}).exitCode);
+  // Each says what is wrong in words.
+  const std::pair<std::vector<std::string>, std::string> said[] = {
+      {{"frobnicate"}, "unknown command 'frobnicate'"},
+      {{"analyze", "x.pcap", "--top", "0"}, "--top must be at least 1"},
+      {{"analyze", "x.pcap", "--top", std::string(300, '9')}, "--top must be at most 4294967295"},
+      {{"analyze", "x.pcap", "--save-deltas", "d", "--every", "0.5"}, "--every takes whole seconds: 0.5 is not one"},
+      {{"analyze", "x.pcap", "--threads", "3"}, "--threads must be at most 2"},
+      {{"capture", "-i", "lo", "-G", "-1"}, "--seconds"},
+  };
+  for (const auto& [args, says] : said) {
+    RunResult r = RunZemostats(args);
+    EXPECT_EQ(2, r.exitCode) << says;
+    EXPECT_NE(std::string::npos, r.err.find("zemostats: " + says)) << r.err;
+    EXPECT_EQ(std::string::npos, r.err.find("999999")) << r.err;
+  }
+  RunResult version = RunZemostats({"--version"});
+  EXPECT_EQ(0, version.exitCode);
+  EXPECT_EQ("zemostats " ZEMO_VERSION "\n", version.out);
   EXPECT_EQ(2, RunZemostats({"analyze", "x.pcap", "--bogus"}).exitCode);
   EXPECT_EQ(2, RunZemostats({"capture"}).exitCode);
   EXPECT_EQ(2, RunZemostats({"generate", "x.pcap", "--hosts", "2"}).exitCode);
@@ -468,6 +536,10 @@ TEST(ZemostatsUsage, UsageErrorsAreTwoAndHelpIsZero) {
   RunResult top = RunZemostats({"--help"});
   EXPECT_EQ(0, top.exitCode);
   for (const char* command : {"analyze", "capture", "generate"}) EXPECT_NE(std::string::npos, top.out.find(command));
+  // The rules that differ from tshark's are said where users look.
+  for (const auto& help : {top.out, RunZemostats({"analyze", "--help"}).out})
+    for (const char* rule : {"ARP's sender and target", "outer header", "transmitter-receiver hop"})
+      EXPECT_NE(std::string::npos, help.find(rule)) << rule;
 }
 
 TEST(ZemostatsCapture, AMissingInterfaceIsADataError) {

@@ -40,8 +40,9 @@ TEST(FrameFaults, EachKindIsFoundWhereItIs) {
       {"a frame cut by the capture", link::kEthernet, kEthernetIpv4 + Ipv4Header(0x45, 20), 200, kFaultTruncated},
       {"an unknown link type", 147, Bytes(20, 0), 0, kFaultUnknownLink},
       {"raw IP of version 5", link::kRaw, Ipv4Header(0x55, 20), 0, kFaultBadVersion},
+      // A header of another version where the carrier names IPv4 is also a frame error.
       {"IPv4 of version 6 behind Ethernet", link::kEthernet, kEthernetIpv4 + Ipv4Header(0x65, 20), 0,
-       kFaultBadVersion},
+       kFaultBadVersion | kFaultMalformed},
       {"radiotap of version 1", link::kRadiotap, Bytes{1, 0, 8, 0, 0, 0, 0, 0} + Bytes(24, 0), 0, kFaultBadVersion},
       {"an 802.11 frame of protocol version 2", link::kIeee80211, Bytes{0x0A, 0} + Bytes(22, 0), 0, kFaultBadVersion},
       {"a frame over 65535 bytes", link::kEthernet, kEthernetIpv4 + Ipv4Header(0x45, 20), 70000,

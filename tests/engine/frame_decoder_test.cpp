@@ -161,8 +161,8 @@ TEST(FrameDecoderCuts, EthernetIpv4TcpWithService) {
   Bytes frame = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(6, kIpA, kIpB, 30) + Tcp(51000, 80) + Zeros(10);
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv4, 14}, {proto::kTcp, 34}, {proto::kHttp, 47}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 34},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 34}}});
 }
@@ -174,8 +174,8 @@ TEST(FrameDecoderCuts, Ieee8023LlcSnapIpv4UdpDns) {
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kIeee8023, 14}, {proto::kLlc, 14}, {proto::kSnap, 17}, {proto::kIpv4, 22},
                   {proto::kUdp, 42}, {proto::kDns, 50}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
   auto p = Packet::Create();
@@ -189,8 +189,8 @@ TEST(FrameDecoderCuts, StackedVlanTagsAndArp) {
   Bytes frame = Ethernet(kBroadcast, kMacA, 0x88A8) + Be16(100) + Be16(0x8100) + Be16(200) + Be16(0x0806) + arp;
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kQinQ, 14}, {proto::kVlan, 18}, {proto::kArp, 22}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kBroadcast), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 50},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 50}}});
 }
@@ -204,8 +204,8 @@ TEST(FrameDecoderCuts, Ipv6ExtensionHeadersFragmentAndAh) {
   Bytes frame = Ethernet(kMacB, kMacA, 0x86DD) + Ipv6(0, kIp6A, kIp6B, body.size()) + body;
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv6, 14}, {proto::kAh, 66}, {proto::kTcp, 72}, {proto::kSsh, 99}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIp6A), 54},
                   {PacketAddress::kLogicalDestination, Ip(kIp6B), 54}}});
   auto p = Packet::Create();
@@ -243,8 +243,6 @@ TEST(FrameDecoderCuts, RawIpGreAndSctp) {
             {{PacketAddress::kLogicalSource, Ip(kIpA), 20}, {PacketAddress::kLogicalDestination, Ip(kIpB), 20}}};
   CheckEveryCut(link::kRaw, frame, gre);
   CheckEveryCut(link::kRawLinkType, frame, gre);
-  // LINKTYPE_IPV4 names IPv4 without a look at the version.
-  gre.layers[0].second = 0;
   CheckEveryCut(link::kIpv4, frame, gre);
 
   Bytes sctp = Ipv6(132, kIp6B, kIp6A, 16) + Be16(2905) + Be16(2905) + Zeros(12);
@@ -272,16 +270,16 @@ TEST(FrameDecoderCuts, PppoeSessionAndMpls) {
   CheckEveryCut(link::kEthernet, Ethernet(kMacB, kMacA, 0x8864) + pppoe,
                 {{{proto::kEthernetII, 14}, {proto::kPppoeSession, 14}, {proto::kPpp, 20}, {proto::kIpv4, 22},
                   {proto::kTcp, 42}, {proto::kHttps, 55}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
   Bytes mpls = Bytes{0, 0x10, 0x00, 64} + Bytes{0, 0x20, 0x01, 64} + ip;
   CheckEveryCut(link::kEthernet, Ethernet(kMacB, kMacA, 0x8847) + mpls,
                 {{{proto::kEthernetII, 14}, {proto::kMpls, 14}, {proto::kIpv4, 23}, {proto::kTcp, 42},
                   {proto::kHttps, 55}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 42},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 42}}});
 }
@@ -294,16 +292,16 @@ TEST(FrameDecoderCuts, VxlanAndSpanningTree) {
   CheckEveryCut(link::kEthernet, frame,
                 {{{proto::kEthernetII, 14}, {proto::kIpv4, 14}, {proto::kUdp, 34}, {proto::kVxlan, 42},
                   {proto::kEthernetII, 64}, {proto::kIpv4, 64}, {proto::kIcmp, 84}},
-                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14},
                   {PacketAddress::kLogicalSource, Ip(kIpA), 34},
                   {PacketAddress::kLogicalDestination, Ip(kIpB), 34}}});
   Bytes bpdu = Bytes{0x42, 0x42, 0x03} + Zeros(35);
   Bytes stp = Bytes{0x01, 0x80, 0xC2, 0, 0, 0} + kMacA + Be16(uint16_t(bpdu.size())) + bpdu;
   CheckEveryCut(link::kEthernet, stp,
                 {{{proto::kIeee8023, 14}, {proto::kLlc, 14}, {proto::kStp, 17}},
-                 {{PacketAddress::kPhysicalDestination, Mac({0x01, 0x80, 0xC2, 0, 0, 0}), 6},
-                  {PacketAddress::kPhysicalSource, Mac(kMacA), 12}}});
+                 {{PacketAddress::kPhysicalDestination, Mac({0x01, 0x80, 0xC2, 0, 0, 0}), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14}}});
 }
 
 // Radiotap with flags (FCS at the end, bad FCS), rate, channel, signal and
@@ -321,7 +319,7 @@ TEST(FrameDecoderCuts, RadiotapIeee80211DataToTheDistributionSystem) {
   CheckEveryCut(link::kRadiotap, frame,
                 {{{proto::kRadiotap, 0}, {proto::kIeee80211, 16}, {proto::kWlanDataFrame, 18}, {proto::kLlc, 40},
                   {proto::kSnap, 43}, {proto::kIpv4, 48}, {proto::kTcp, 68}, {proto::kHttps, 81}},
-                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacC), 26},
+                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacC), 32},
                   {PacketAddress::kBssid, WlanMac(kMacC), 26},
                   {PacketAddress::kWirelessTransmitter, WlanMac(kMacA), 32},
                   {PacketAddress::kPhysicalSource, WlanMac(kMacA), 32},
@@ -375,28 +373,33 @@ TEST(FrameDecoderRadio, RadiotapReadingsAndBadFcs) {
 }
 
 TEST(FrameDecoderCuts, PlainIeee80211ManagementAndControl) {
-  // A beacon: broadcast destination, BSSID third.
+  // A beacon: broadcast destination, BSSID third. Its receiver and
+  // transmitter are its destination and source, so they are not given:
+  // the frame would count twice in one conversation.
   Bytes beacon = Bytes{0x80, 0x00, 0, 0} + kBroadcast + kMacA + kMacA + Zeros(2) + Zeros(12);
   CheckEveryCut(link::kIeee80211, beacon,
                 {{{proto::kIeee80211, 0}, {proto::kWlanBeacon, 2}},
-                 {{PacketAddress::kWirelessReceiver, WlanMac(kBroadcast), 10},
-                  {PacketAddress::kPhysicalDestination, WlanMac(kBroadcast), 10},
-                  {PacketAddress::kWirelessTransmitter, WlanMac(kMacA), 16},
+                 {{PacketAddress::kPhysicalDestination, WlanMac(kBroadcast), 10},
                   {PacketAddress::kPhysicalSource, WlanMac(kMacA), 16},
                   {PacketAddress::kBssid, WlanMac(kMacA), 22}}});
-  // RTS: receiver and transmitter; ACK: the receiver only.
+  // RTS and ACK: the same; PS-Poll has no destination but the BSSID, so
+  // its transmitter and receiver are its only pair.
   Bytes rts = Bytes{0xB4, 0x00, 0, 0} + kMacB + kMacA;
   CheckEveryCut(link::kIeee80211, rts,
                 {{{proto::kIeee80211, 0}, {proto::kWlanRts, 2}},
-                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacB), 10},
-                  {PacketAddress::kPhysicalDestination, WlanMac(kMacB), 10},
-                  {PacketAddress::kWirelessTransmitter, WlanMac(kMacA), 16},
+                 {{PacketAddress::kPhysicalDestination, WlanMac(kMacB), 10},
                   {PacketAddress::kPhysicalSource, WlanMac(kMacA), 16}}});
   Bytes ack = Bytes{0xD4, 0x00, 0, 0} + kMacB;
   CheckEveryCut(link::kIeee80211, ack,
                 {{{proto::kIeee80211, 0}, {proto::kWlanAck, 2}},
-                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacB), 10},
-                  {PacketAddress::kPhysicalDestination, WlanMac(kMacB), 10}}});
+                 {{PacketAddress::kPhysicalDestination, WlanMac(kMacB), 10}}});
+  Bytes psPoll = Bytes{0xA4, 0x00, 0, 0} + kMacB + kMacA;
+  CheckEveryCut(link::kIeee80211, psPoll,
+                {{{proto::kIeee80211, 0}, {proto::kWlanPsPoll, 2}},
+                 {{PacketAddress::kBssid, WlanMac(kMacB), 10},
+                  {PacketAddress::kWirelessReceiver, WlanMac(kMacB), 16},
+                  {PacketAddress::kWirelessTransmitter, WlanMac(kMacA), 16},
+                  {PacketAddress::kPhysicalSource, WlanMac(kMacA), 16}}});
   auto p = Packet::Create();
   Decode(*p, link::kIeee80211, beacon);
   EXPECT_TRUE(Flag(&Packet::IsBroadcast, *p));
@@ -420,7 +423,7 @@ TEST(FrameDecoderCuts, PrismAndAProtectedFrameFromTheDistributionSystem) {
   Bytes frame = prism + wlan;
   CheckEveryCut(link::kPrism, frame,
                 {{{proto::kPrism, 0}, {proto::kIeee80211, 144}, {proto::kWlanDataFrame, 146}},
-                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacB), 154},
+                 {{PacketAddress::kWirelessReceiver, WlanMac(kMacB), 160},
                   {PacketAddress::kPhysicalDestination, WlanMac(kMacB), 154},
                   {PacketAddress::kWirelessTransmitter, WlanMac(kMacC), 160},
                   {PacketAddress::kBssid, WlanMac(kMacC), 160},
@@ -441,14 +444,25 @@ TEST(FrameDecoderCuts, PrismAndAProtectedFrameFromTheDistributionSystem) {
   EXPECT_TRUE(isProtected);
 }
 
-TEST(FrameDecoderFaults, FragmentsStopAtTheNetworkLayer) {
+TEST(FrameDecoderFaults, LaterFragmentsStopAtTheNetworkLayerAndTheFirstCarriesTheTransport) {
   auto p = Packet::Create();
   Bytes later = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(6, kIpA, kIpB, 20, 0x0010) + Tcp(1, 80);
   Decode(*p, link::kEthernet, later);
   EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4}), Layers(*p).layers);
-  Bytes first = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(6, kIpA, kIpB, 20, 0x2000) + Tcp(1, 80);
+  // The first fragment: its UDP length covers the whole datagram, which is no fault.
+  Bytes first = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(17, kIpA, kIpB, 28, 0x2000) + Udp(1000, 53, 1400) + Zeros(20);
   Decode(*p, link::kEthernet, first);
-  EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4}), Layers(*p).layers);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4, proto::kUdp, proto::kDns}), Layers(*p).layers);
+  EXPECT_FALSE(Flag(&Packet::IsError, *p));
+  Bytes fragment6 = Bytes{17, 0} + Be16(1) + Zeros(4);  // offset 0, more to come
+  Bytes body = fragment6 + Udp(1000, 53, 1400) + Zeros(20);
+  Decode(*p, link::kRaw, Ipv6(44, kIp6A, kIp6B, body.size()) + body);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kIpv6, proto::kUdp, proto::kDns}), Layers(*p).layers);
+  EXPECT_FALSE(Flag(&Packet::IsError, *p));
+  fragment6 = Bytes{17, 0} + Be16(0x05A8) + Zeros(4);  // offset 181 words
+  body = fragment6 + Zeros(28);
+  Decode(*p, link::kRaw, Ipv6(44, kIp6A, kIp6B, body.size()) + body);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kIpv6}), Layers(*p).layers);
 }
 
 TEST(FrameDecoderFaults, HeadersClaimingMoreThanTheWireAreFrameErrors) {
@@ -482,6 +496,75 @@ TEST(FrameDecoderFaults, HeadersClaimingMoreThanTheWireAreFrameErrors) {
   shortTcp[14 + 20 + 12] = 0x20;
   Decode(*p, link::kEthernet, shortTcp);
   EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4, proto::kTcp}), Layers(*p).layers);
+}
+
+// Vendors' frames: Cisco's ISL around a whole frame (whose addresses count),
+// per-VLAN spanning tree after a tag with a length, CDP in GRE; MACsec and
+// Arista's time stamp before the frame's EtherType; and EtherTypes named by
+// the protocol tree. An IP header of the wrong version is a frame error.
+TEST(FrameDecoderCuts, VendorFramesAndNamedEtherTypes) {
+  Bytes inner = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(1, kIpA, kIpB, 8) + Bytes{8, 0} + Zeros(6);
+  Bytes isl = Bytes{0x01, 0x00, 0x0C, 0x00, 0x00, 0x00} + kMacC + Be16(uint16_t(inner.size() + 12)) +
+              Bytes{0xAA, 0xAA, 0x03} + Bytes{0x00, 0x0C, 0x01} + Be16(0x0014) + Zeros(4) + inner + Zeros(4);
+  CheckEveryCut(link::kEthernet, isl,
+                {{{proto::kIsl, 5}, {proto::kEthernetII, 40}, {proto::kIpv4, 40}, {proto::kIcmp, 60}},
+                 {{PacketAddress::kPhysicalDestination, Mac(kMacB), 40},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 40},
+                  {PacketAddress::kLogicalSource, Ip(kIpA), 60},
+                  {PacketAddress::kLogicalDestination, Ip(kIpB), 60}}});
+
+  const Bytes pvstGroup = {0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCD};
+  Bytes snap = Bytes{0xAA, 0xAA, 0x03, 0x00, 0x00, 0x0C} + Be16(0x010B) + Zeros(36);
+  Bytes pvst = Ethernet(pvstGroup, kMacA, 0x8100) + Be16(100) + Be16(uint16_t(snap.size())) + snap;
+  CheckEveryCut(link::kEthernet, pvst,
+                {{{proto::kEthernetII, 14}, {proto::kVlan, 14}, {proto::kLlc, 18}, {proto::kSnap, 21}, {proto::kStp, 26}},
+                 {{PacketAddress::kPhysicalDestination, Mac(pvstGroup), 14},
+                  {PacketAddress::kPhysicalSource, Mac(kMacA), 14}}});
+
+  Bytes cdp = Bytes{0x02, 0xB4, 0, 0} + Zeros(8);
+  Bytes greCdp = Ethernet(kMacB, kMacA, 0x0800) + Ipv4(47, kIpA, kIpB, 4 + cdp.size()) + Be16(0) + Be16(0x2000) + cdp;
+  auto p = Packet::Create();
+  Decode(*p, link::kEthernet, greCdp);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4, proto::kGre, proto::kCdp}), Layers(*p).layers);
+  // MACsec in the clear, with its channel identifier; Arista's time stamp.
+  Bytes ip = Ipv4(1, kIpA, kIpB, 8) + Bytes{8, 0} + Zeros(6);
+  Bytes macsec = Ethernet(kMacB, kMacA, 0x88E5) + Bytes{0x20, 0} + Zeros(4) + Zeros(8) + Be16(0x0800) + ip + Zeros(16);
+  Bytes arista = Ethernet(kMacB, kMacA, 0xD28B) + Be16(1) + Be16(0x0010) + Zeros(8) + Be16(0x0800) + ip;
+  for (auto [frame, id] : {std::pair{macsec, proto::kMacsec}, std::pair{arista, proto::kAristaVendor}}) {
+    Decode(*p, link::kEthernet, frame);
+    EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, id, proto::kIpv4, proto::kIcmp}), Layers(*p).layers);
+    EXPECT_TRUE(specs::Equal(Ip(kIpA), *AddressOf(*p, PacketAddress::kLogicalSource)));
+  }
+  for (auto [type, id] : {std::pair{0x88F7, proto::kPtp}, std::pair{0x9000, proto::kEthernetLoopback}}) {
+    Decode(*p, link::kEthernet, Ethernet(kMacB, kMacA, uint16_t(type)) + Zeros(46));
+    EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, id}), Layers(*p).layers);
+    EXPECT_NE(nullptr, proto::Name(id));
+  }
+  Bytes v6 = Ethernet(kMacB, kMacA, 0x0800) + Ipv6(17, kIp6A, kIp6B, 8) + Udp(1, 53, 0);
+  Decode(*p, link::kEthernet, v6);
+  EXPECT_EQ((std::vector<uint16_t>{proto::kEthernetII, proto::kIpv4}), Layers(*p).layers);
+  EXPECT_FALSE(p->HasAddress(PacketAddress::kLogicalSource));
+  EXPECT_TRUE(Flag(&Packet::IsError, *p));
+}
+
+// A frame relayed between access points keeps its hop pair beside its
+// end-to-end pair; a link type that names IPv6 and carries IPv4 is not decoded.
+TEST(FrameDecoderFaults, RelayedFramesKeepTheirHopAndForeignFramesAreRefused) {
+  auto p = Packet::Create();
+  Bytes wds = Bytes{0x08, 0x03, 0, 0} + kMacB + kMacC + kMacA + Zeros(2) + kMacC + Zeros(8);
+  Decode(*p, link::kIeee80211, wds);
+  EXPECT_TRUE(p->HasAddress(PacketAddress::kWirelessReceiver));
+  EXPECT_TRUE(p->HasAddress(PacketAddress::kWirelessTransmitter));
+  EXPECT_TRUE(specs::Equal(WlanMac(kMacA), *AddressOf(*p, PacketAddress::kPhysicalDestination)));
+
+  Bytes v4 = Ipv4(17, kIpA, kIpB, 8) + Udp(1000, 53, 0);
+  EXPECT_EQ(zemo::kFaultForeign | zemo::kFaultMalformed,
+            FrameDecoder(link::kIpv6).Decode(*p, v4.data(), uint32_t(v4.size()), uint32_t(v4.size()), 5));
+  EXPECT_TRUE(Layers(*p).layers.empty());
+  EXPECT_FALSE(p->HasAddress(PacketAddress::kLogicalSource));
+  EXPECT_TRUE(Flag(&Packet::IsError, *p));
+  EXPECT_EQ(0u, FrameDecoder(link::kIpv4).Decode(*p, v4.data(), uint32_t(v4.size()), uint32_t(v4.size()), 5));
+  EXPECT_EQ((std::vector<uint16_t>{proto::kIpv4, proto::kUdp, proto::kDns}), Layers(*p).layers);
 }
 
 TEST(FrameDecoderFaults, UnknownLinkTypesGiveLengthsAndTimeOnly) {

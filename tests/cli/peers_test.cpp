@@ -1,0 +1,352 @@
+// zemostats against its peers on every shared capture: capinfos for the
+// capture's totals and times, tshark for the nodes and conversations of each
+// Ethernet capture, and tshark's io,stat for the traffic lines.
+//
+// tshark is asked once per capture for each frame's length, time, protocol
+// stack and outermost Ethernet, IPv4, IPv6 and ARP addresses; what zemostats
+// must count follows from those by its own rules, where they differ from
+// tshark's on purpose (README, "Where zemostats counts otherwise"):
+// - ARP's sender and target protocol addresses are the logical pair of the
+//   frame, where tshark's endpoints and conversations have no ARP;
+// - a tunnel counts under its outermost addresses only (occurrence f, and
+//   the first of IPv4, IPv6 and ARP in the frame's protocols);
+// - a frame longer than 65535 bytes counts as 65535 bytes in the tables, whose
+//   packet lengths are 16-bit; the capture totals are whole.
+// And where capinfos reads a file otherwise than libpcap:
+// - SunATM frames: capinfos counts them without the 4-byte pseudo-header
+//   that libpcap's length holds;
+// - a file with invalid time stamps: capinfos orders its packets by them,
+//   zemostats leaves them out of the time order;
+// - a file of a link type that capinfos does not know: nothing to compare.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/cli_support.h"
+
+namespace {
+
+using nlohmann::json;
+using namespace zemo::testing_cli;
+namespace fs = std::filesystem;
+
+std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+// A command's standard output (its errors are dropped).
+std::string Output(const std::string& command) {
+  std::string out;
+  if (std::FILE* p = popen((command + " 2>/dev/null").c_str(), "r")) {
+    char buf[1 << 16];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    pclose(p);
+  }
+  return out;
+}
+
+std::vector<std::string> Split(const std::string& line, char by) {
+  std::vector<std::string> cells;
+  std::stringstream in(line);
+  for (std::string cell; std::getline(in, cell, by);) cells.push_back(cell);
+  if (!line.empty() && line.back() == by) cells.emplace_back();
+  return cells;
+}
+
+// A decimal number, 0 when the text is none.
+uint64_t Number(const std::string& text) {
+  uint64_t n = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return n;
+    n = n * 10 + uint64_t(c - '0');
+  }
+  return n;
+}
+
+struct Figures {
+  uint64_t packetsSent = 0, packetsReceived = 0, bytesSent = 0, bytesReceived = 0;
+  bool operator==(const Figures&) const = default;
+};
+using Nodes = std::map<std::string, Figures>;
+using Pair = std::pair<std::string, std::string>;
+using Conversations = std::map<Pair, std::pair<uint64_t, uint64_t>>;  // packets, bytes
+
+// Seconds since 1970 with up to nine decimals, as capinfos and tshark write
+// them, in nanoseconds; none for what is no such time.
+std::optional<uint64_t> EpochNs(const std::string& text) {
+  size_t dot = text.find('.');
+  if (text.empty() || text.find_first_not_of("0123456789.\n") != std::string::npos) return std::nullopt;
+  std::string fraction = dot == std::string::npos ? "" : text.substr(dot + 1, text.find('\n', dot) - dot - 1);
+  if (fraction.size() > 9) return std::nullopt;
+  fraction.resize(9, '0');
+  return Number(text.substr(0, dot)) * 1000000000ull + Number(fraction);
+}
+
+struct Expected {
+  uint64_t packets = 0, bytes = 0;
+  uint64_t earliest = ~0ull, latest = 0;
+  Nodes nodes;
+  Conversations conversations;
+};
+
+// What zemostats must count of an Ethernet capture, from tshark's fields.
+Expected FromTshark(const std::string& path) {
+  static const char* const kFields[] = {"frame.len", "frame.protocols", "eth.src", "eth.dst", "ip.src", "ip.dst",
+                                        "ipv6.src", "ipv6.dst", "arp.src.proto_ipv4", "arp.dst.proto_ipv4",
+                                        "frame.time_epoch"};
+  std::string command = "tshark -n -r " + Quote(path) + " -T fields -E separator=/t -E occurrence=f";
+  for (const char* f : kFields) command += std::string(" -e ") + f;
+  Expected e;
+  std::stringstream lines(Output(command));
+  for (std::string line; std::getline(lines, line);) {
+    std::vector<std::string> c = Split(line, '\t');
+    c.resize(std::size(kFields));
+    const uint64_t length = Number(c[0]);
+    const uint64_t counted = std::min<uint64_t>(length, 0xFFFF);
+    ++e.packets;
+    e.bytes += length;
+    if (std::optional<uint64_t> time = EpochNs(c[10])) {
+      e.earliest = std::min(e.earliest, *time);
+      e.latest = std::max(e.latest, *time);
+    }
+    std::vector<Pair> pairs;
+    if (!c[2].empty() && !c[3].empty()) pairs.emplace_back(c[2], c[3]);
+    for (const std::string& layer : Split(c[1], ':')) {
+      const int at = layer == "ip" ? 4 : layer == "ipv6" ? 6 : layer == "arp" ? 8 : -1;
+      if (at < 0) continue;
+      if (!c[at].empty() && !c[at + 1].empty()) pairs.emplace_back(c[at], c[at + 1]);
+      break;
+    }
+    for (const auto& [source, destination] : pairs) {
+      Figures& s = e.nodes[source];
+      ++s.packetsSent;
+      s.bytesSent += counted;
+      Figures& d = e.nodes[destination];
+      ++d.packetsReceived;
+      d.bytesReceived += counted;
+      auto& conversation = e.conversations[{source, destination}];
+      ++conversation.first;
+      conversation.second += counted;
+    }
+  }
+  return e;
+}
+
+size_t Column(const json& table, const char* name) {
+  const json& c = table["columns"];
+  return static_cast<size_t>(std::find(c.begin(), c.end(), name) - c.begin());
+}
+
+// Differences between what tshark implies and what zemostats counted, in words.
+std::vector<std::string> CompareTables(const Expected& e, const json& doc) {
+  std::vector<std::string> out;
+  const json& nodes = doc["statistics"]["nodestats"];
+  Nodes got;
+  for (const json& row : nodes["rows"])
+    got[row[Column(nodes, "Node")].get<std::string>()] = {
+        row[Column(nodes, "PacketsSent")], row[Column(nodes, "PacketsReceived")], row[Column(nodes, "BytesSent")],
+        row[Column(nodes, "BytesReceived")]};
+  auto text = [](const Figures& f) {
+    return std::to_string(f.packetsSent) + "/" + std::to_string(f.packetsReceived) + " packets, " +
+           std::to_string(f.bytesSent) + "/" + std::to_string(f.bytesReceived) + " bytes sent/received";
+  };
+  for (const auto& [node, figures] : e.nodes) {
+    auto it = got.find(node);
+    if (it == got.end())
+      out.push_back("node " + node + " missing (tshark: " + text(figures) + ")");
+    else if (!(it->second == figures))
+      out.push_back("node " + node + ": " + text(it->second) + "; tshark: " + text(figures));
+  }
+  for (const auto& [node, figures] : got)
+    if (!e.nodes.count(node)) out.push_back("node " + node + " that tshark has not: " + text(figures));
+
+  // Conversations by direction, over all protocols.
+  const json& table = doc["statistics"]["conversationstats"];
+  Conversations conversations;
+  for (const json& row : table["rows"]) {
+    auto& c = conversations[{row[Column(table, "Source")], row[Column(table, "Dest")]}];
+    c.first += row[Column(table, "Packets")].get<uint64_t>();
+    c.second += row[Column(table, "Bytes")].get<uint64_t>();
+  }
+  if (conversations != e.conversations) {
+    for (const auto& [pair, figures] : e.conversations)
+      if (conversations[pair] != figures)
+        out.push_back("conversation " + pair.first + " > " + pair.second + ": " +
+                      std::to_string(conversations[pair].first) + " packets; tshark: " +
+                      std::to_string(figures.first));
+    if (conversations.size() != e.conversations.size())
+      out.push_back(std::to_string(conversations.size()) + " conversations; tshark: " +
+                    std::to_string(e.conversations.size()));
+  }
+  return out;
+}
+
+// ISO 8601 UTC with nanoseconds as seconds since 1970, in nanoseconds.
+uint64_t IsoNs(const std::string& iso) {
+  std::tm tm{};
+  unsigned long long fraction = 0;
+  if (std::sscanf(iso.c_str(), "%d-%d-%dT%d:%d:%d.%lluZ", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
+                  &tm.tm_min, &tm.tm_sec, &fraction) != 7)
+    return 0;
+  tm.tm_year -= 1900;
+  tm.tm_mon -= 1;
+  return uint64_t(timegm(&tm)) * 1000000000ull + fraction;
+}
+
+// One capture against capinfos and, if it is Ethernet, tshark.
+std::vector<std::string> CheckCapture(const std::string& path) {
+  const std::string noLeakCheck = "ASAN_OPTIONS=" + std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") +
+                                  ":detect_leaks=0";
+  RunResult r = RunZemostats({"analyze", "--json", path}, "", noLeakCheck);
+  json doc = json::parse(r.out, nullptr, false);
+  // capinfos: packets, data size, first and last time, strict time order.
+  std::vector<std::string> info = Split(Output("capinfos -T -r -M -c -d -a -e -S -o " + Quote(path)), '\t');
+  if (info.size() < 6) return {};
+  if (doc.is_discarded()) return {"zemostats reads no capture where capinfos does: " + r.err};
+  std::vector<std::string> out;
+  const json& capture = doc["capture"];
+  const uint64_t packets = capture["packets"].get<uint64_t>();
+  const uint64_t pseudoHeaders = capture["link_type"] == "SUNATM" ? 4 * packets : 0;
+  if (packets != Number(info[1]) || capture["bytes"].get<uint64_t>() != Number(info[2]) + pseudoHeaders)
+    out.push_back("capture " + capture["packets"].dump() + " packets, " + capture["bytes"].dump() +
+                  " bytes; capinfos: " + info[1] + ", " + info[2]);
+  // Times where capinfos's are sound: its first and last are the first and
+  // last packets of a file in order, and a file with a stamp beyond 2038
+  // it orders as it reads the seconds, signed or not, from one packet to
+  // the next (a first time after the last says so).
+  const std::optional<uint64_t> first = EpochNs(info[3]), last = EpochNs(info[4]);
+  const bool ordered = info[5].rfind("True", 0) == 0;
+  bool invalidTimes = false;
+  for (const json& w : doc["warnings"]) invalidTimes |= w.get<std::string>().find("invalid time stamp") != std::string::npos;
+  const std::string start = capture["start"].is_string() ? capture["start"].get<std::string>() : "";
+  const std::string stop = capture["stop"].is_string() ? capture["stop"].get<std::string>() : "";
+  if (first && last && *first <= *last && !invalidTimes) {
+    if (ordered && (IsoNs(start) != *first || IsoNs(stop) != *last))
+      out.push_back("start and stop " + start + ", " + stop + "; capinfos: " + info[3] + ", " + info[4]);
+    if (capture["time_ordered"].get<bool>() != ordered)
+      out.push_back("time order " + capture["time_ordered"].dump() + "; capinfos: " + info[5]);
+  }
+
+  if (capture["link_type"] == "EN10MB") {
+    Expected e = FromTshark(path);
+    // Out of order too, the earliest and latest of tshark's times.
+    if (!invalidTimes && e.packets && (IsoNs(start) != e.earliest || IsoNs(stop) != e.latest))
+      out.push_back("start and stop " + start + ", " + stop + "; tshark's earliest and latest " +
+                    std::to_string(e.earliest) + ", " + std::to_string(e.latest) + " ns");
+    std::vector<std::string> tables = CompareTables(e, doc);
+    out.insert(out.end(), tables.begin(), tables.end());
+  }
+  return out;
+}
+
+bool HavePeers(std::string* missing) {
+  for (const char* tool : {"tshark", "capinfos"})
+    if (std::system(("command -v " + std::string(tool) + " >/dev/null 2>&1").c_str()) != 0) *missing += tool + std::string(" ");
+  return missing->empty();
+}
+
+// Where zemostats's report is compared with tshark, peers must be there
+// when CI says so (scripts/test.sh installs them).
+#define SKIP_WITHOUT_PEERS()                                                                   \
+  do {                                                                                         \
+    std::string missing;                                                                       \
+    if (!HavePeers(&missing)) {                                                                \
+      if (std::getenv("ZEMO_REQUIRE_PEERS")) FAIL() << "missing peers: " << missing;           \
+      GTEST_SKIP() << "tshark and capinfos are needed (scripts/test.sh installs them): " << missing; \
+    }                                                                                          \
+  } while (0)
+
+fs::path CapturesRoot() { return fs::path(ZEMO_SHARED_DIR) / "captures"; }
+
+TEST(Peers, EveryCaptureCountsWhatCapinfosAndTsharkCount) {
+  SKIP_WITHOUT_PEERS();
+  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  std::vector<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(CapturesRoot()))
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path().string());
+  std::sort(files.begin(), files.end());
+
+  std::atomic<size_t> next{0};
+  std::mutex lock;
+  std::map<std::string, std::vector<std::string>> failures;
+  auto worker = [&] {
+    for (size_t i; (i = next++) < files.size();) {
+      std::vector<std::string> problems = CheckCapture(files[i]);
+      if (problems.empty()) continue;
+      std::lock_guard<std::mutex> hold(lock);
+      failures[files[i]] = std::move(problems);
+    }
+  };
+  std::thread a(worker), b(worker);
+  a.join();
+  b.join();
+  for (const auto& [file, problems] : failures) {
+    std::string text;
+    for (size_t i = 0; i < problems.size() && i < 6; ++i) text += "\n  " + problems[i];
+    if (problems.size() > 6) text += "\n  ... " + std::to_string(problems.size() - 6) + " more";
+    ADD_FAILURE() << file << ":" << text;
+  }
+  EXPECT_TRUE(failures.empty()) << failures.size() << " of " << files.size() << " captures differ";
+}
+
+// The traffic lines against tshark -z io,stat at the same interval: frames
+// and bytes of each line, from the first packet on.
+TEST(Peers, TrafficLinesAreTsharksIoStatBins) {
+  SKIP_WITHOUT_PEERS();
+  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  for (const char* name : {"tcpdump/afs.pcap", "tcpdump/ieee802.11_exthdr.pcap", "aircrack/wpa2-psk-linksys.cap",
+                           "tcpdump/mptcp-v0.pcap", "tcpdump/arp-oobr.pcap"}) {
+    SCOPED_TRACE(name);
+    const std::string path = (CapturesRoot() / name).string();
+    RunResult r = RunZemostats({"analyze", "--json", path});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    const json capture = json::parse(r.out)["capture"];
+    const json& traffic = capture["traffic"];
+    const uint64_t interval = traffic["interval_seconds"].get<uint64_t>();
+    std::vector<std::pair<uint64_t, uint64_t>> bins;
+    std::stringstream lines(Output("tshark -q -r " + Quote(path) + " -z io,stat," + std::to_string(interval)));
+    for (std::string line; std::getline(lines, line);) {
+      std::vector<std::string> cells = Split(line, '|');
+      if (cells.size() < 4 || cells[1].find("<>") == std::string::npos) continue;
+      bins.emplace_back(Number(cells[2].substr(cells[2].find_first_not_of(' '))),
+                        Number(cells[3].substr(cells[3].find_first_not_of(' '))));
+    }
+    ASSERT_FALSE(bins.empty());
+    std::vector<std::pair<uint64_t, uint64_t>> ours;
+    uint64_t packets = 0, bytes = 0;
+    for (const json& row : traffic["rows"]) {
+      ours.emplace_back(row[1].get<uint64_t>(), row[2].get<uint64_t>());
+      packets += ours.back().first;
+      bytes += ours.back().second;
+    }
+    EXPECT_EQ(bins, ours);
+    EXPECT_EQ(capture["packets"].get<uint64_t>(), packets);
+    EXPECT_EQ(capture["bytes"].get<uint64_t>(), bytes);
+    // The busiest second is tshark's busiest one-second bin.
+    uint64_t peakBytes = 0;
+    std::stringstream seconds(Output("tshark -q -r " + Quote(path) + " -z io,stat,1"));
+    for (std::string line; std::getline(seconds, line);) {
+      std::vector<std::string> cells = Split(line, '|');
+      if (cells.size() >= 4 && cells[1].find("<>") != std::string::npos)
+        peakBytes = std::max<uint64_t>(peakBytes, Number(cells[3].substr(cells[3].find_first_not_of(' '))));
+    }
+    EXPECT_EQ(peakBytes * 8, capture["peak_bits_per_second"].get<uint64_t>());
+  }
+}
+
+}  // namespace
