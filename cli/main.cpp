@@ -74,6 +74,19 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
                    "Print the packets and bytes of a protocol (TCP, DNS, ...) for each second; repeatable")
       ->check(SpecCheck(&zemo::cli::ParseProtocol, "no protocol of that name: ", "NAME"))
       ->option_text("NAME");
+  command
+      ->add_option("--track-channel", watch.channels,
+                   "Print the packets and bytes of an 802.11 channel for each second, named by its label as the "
+                   "report's Channels section writes it (\"6 - 2437 MHz (bg)\"); repeatable")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            SWirelessChannel channel{};
+            return zemo::cli::ParseChannelLabel(text, &channel)
+                       ? std::string()
+                       : "not a channel label such as \"6 - 2437 MHz (bg)\": " + text;
+          },
+          "LABEL", "LABEL"))
+      ->option_text("LABEL");
 }
 
 }  // namespace
