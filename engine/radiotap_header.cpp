@@ -23,6 +23,8 @@ constexpr Shape kShapes[] = {
     {4, 8},  {2, 12}, {8, 12}, {2, 12}, {2, 12}, {2, 6}, {1, 1}, {2, 4},
 };
 
+constexpr uint32_t kDmgBand = 57000;  // MHz: 802.11ad and above
+
 enum Field : uint32_t {
   kFlags = 1,
   kRate = 2,
@@ -84,7 +86,8 @@ void ReadField(const Bytes& b, uint32_t field, uint32_t at, RadioReading& r) {
       break;
     case kMcs: {
       const uint8_t known = b.U8(at), flags = b.U8(at + 1);
-      if (!(known & 0x02)) break;
+      // A 60 GHz frame's MCS is no HT rate.
+      if (!(known & 0x02) || r.channel.Frequency >= kDmgBand) break;
       const bool forty = (known & 0x01) && (flags & 0x03) == 1;
       const bool shortGi = (known & 0x04) && (flags & 0x04);
       if (uint16_t rate = HtRate(b.U8(at + 2), forty, shortGi)) r.rate = rate;

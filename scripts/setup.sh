@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Installs what the build needs on a fresh Debian machine, once: only the
-# packages that are missing, after one apt-get update.
+# packages that are missing, after one apt-get update. Package names given
+# as arguments are installed too (the tests' and benchmarks' peers: tshark,
+# whose wireshark-common brings capinfos, is set up without its question on
+# capture privileges).
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev libpugixml-dev libpcap-dev
-          nlohmann-json3-dev libcli11-dev clang libclang-rt-14-dev)
+          nlohmann-json3-dev libcli11-dev clang libclang-rt-14-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -14,6 +17,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   sudo=""
   [ "$(id -u)" -eq 0 ] || sudo="sudo"
   export DEBIAN_FRONTEND=noninteractive
+  echo "wireshark-common wireshark-common/install-setuid boolean false" | $sudo debconf-set-selections
   $sudo apt-get update -qq
   $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
