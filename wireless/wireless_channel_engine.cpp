@@ -5,16 +5,14 @@
 
 #include "frame/block_frame.h"
 #include "frame/task_memory.h"
+#include "wireless/stream_tags.h"
 
 namespace zemo {
 namespace {
 
-constexpr uint32_t kTagStats = 0x73746174;
-constexpr uint32_t kTagRates = 0x72617465;
-constexpr uint32_t kTagRows = 0x626F7879;
-constexpr uint32_t kTagCounts = 0x626F7265;
-constexpr uint32_t kTagNodes = 0x62736964;
-constexpr uint32_t kTagEnd = 0x656E646F;
+using namespace wireless_tags;
+constexpr uint32_t kTagRows = 0x626F7879;   // each channel's packets at each rate
+constexpr uint32_t kTagNodes = 0x62736964;  // each channel's access points
 constexpr uint32_t kMaxStoredRows = 10000;
 constexpr uint32_t kMaxStoredKeys = 10000;
 
@@ -66,21 +64,31 @@ bool CWirelessChannelStats::FindChannel(const SWirelessChannel& channel, uint32_
   return *index != kNone;
 }
 
+// Rows and records grow in step: what cannot be had leaves both as they were.
 uint32_t CWirelessChannelStats::AddChannel(const SWirelessChannel& channel) {
   if (const uint32_t found = Find(channel); found != kNone) return found;
-  ++m_updateCount;
-  ++m_channelCountChanges;
   ZemoWirelessChannelStatEntry2 record;
   std::memset(&record, 0, sizeof record);
   record.Channel = channel;
-  const LONG p = m_channels.Add(&record, sizeof record);
+  const LONG count = m_channels.GetCount();
+  const LONG at = std::min(m_channels.FindInsertPosition(record), count);
+  m_rows.SetCount(count + 1);
+  m_rows.Move(count, at);
+  LONG p;
+  try {
+    ZeroFill(m_rows[at], m_rates.GetCount());
+    p = m_channels.Add(&record, sizeof record);
+  } catch (...) {
+    m_rows.Move(at, count);
+    m_rows.SetCount(count);
+    throw;
+  }
+  if (p != at) m_rows.Move(at, p);  // the array placed it otherwise than it said it would
+  ++m_updateCount;
+  ++m_channelCountChanges;
   // Records behind the new one moved up: the index is filed anew, listing
   // the records from the last down to the first.
   RebuildIndex(true);
-  const LONG rows = m_rows.GetCount();
-  m_rows.SetCount(rows + 1);
-  m_rows.Move(rows, p);
-  ZeroFill(m_rows[p], m_rates.GetCount());
   return static_cast<uint32_t>(p);
 }
 
@@ -91,6 +99,9 @@ uint32_t CWirelessChannelStats::AddDataRate(uint32_t rate) {
     if (m_rates[i] > rate) break;
   }
   if (static_cast<uint32_t>(count) >= kMaxChannelDataRates) return kNone;
+  // Room first, so that the rate goes into every row or none.
+  m_rates.Reserve(1);
+  for (LONG r = 0; r < m_rows.GetCount(); ++r) m_rows[r].Reserve(1);
   ++m_rateChangeCount;
   const ULONG value = rate;
   const LONG p = m_rates.Add(value);
@@ -239,10 +250,10 @@ uint32_t CWirelessChannelStats::GetMaxChannelNodeCount() const {
 
 void CWirelessChannelStats::Save(IStream* ioStream) const {
   WriteBlock(ioStream, [&] {
-    WriteSyncTag(ioStream, kTagStats);
+    WriteSyncTag(ioStream, kStats);
     WriteValue(ioStream, static_cast<uint32_t>(m_channels.GetCount()));
     WriteRecords(ioStream, std::span<const ZemoWirelessChannelStatEntry2>(m_channels.begin(), m_channels.end()));
-    WriteSyncTag(ioStream, kTagRates);
+    WriteSyncTag(ioStream, kRates);
     WriteValue(ioStream, static_cast<uint32_t>(m_rates.GetCount()));
     WriteRecords(ioStream, std::span<const ULONG>(m_rates.begin(), m_rates.end()));
     WriteSyncTag(ioStream, kTagRows);
@@ -252,7 +263,7 @@ void CWirelessChannelStats::Save(IStream* ioStream) const {
       WriteValue(ioStream, static_cast<uint32_t>(row.GetCount()));
       WriteRecords(ioStream, std::span<const ZemoWirelessChannelDataRateStat>(row.begin(), row.end()));
     }
-    WriteSyncTag(ioStream, kTagCounts);
+    WriteSyncTag(ioStream, kCounts);
     WriteValue(ioStream, m_rateChangeCount);
     WriteValue(ioStream, m_updateCount);
     WriteSyncTag(ioStream, kTagNodes);
@@ -265,7 +276,7 @@ void CWirelessChannelStats::Save(IStream* ioStream) const {
         WriteValue(ioStream, static_cast<uint32_t>(n.nodes.size()));
         WriteRecords(ioStream, std::span<const MediaSpec>(n.nodes));
       }
-    WriteSyncTag(ioStream, kTagEnd);
+    WriteSyncTag(ioStream, kEnd);
   });
 }
 
@@ -275,7 +286,7 @@ void CWirelessChannelStats::Save(IStream* ioStream) const {
 void CWirelessChannelStats::Load(IStream* ioStream) {
   ReadBlock(ioStream, [&] {
     Clear();
-    ReadSyncTag(ioStream, kTagStats);
+    ReadSyncTag(ioStream, kStats);
     const std::vector<ZemoWirelessChannelStatEntry2> records =
         ReadRecordArray<ZemoWirelessChannelStatEntry2>(ioStream, ReadValue<uint32_t>(ioStream));
     m_channels.SetCount(static_cast<LONG>(records.size()));
@@ -283,7 +294,7 @@ void CWirelessChannelStats::Load(IStream* ioStream) {
     m_rows.SetCount(m_channels.GetCount());
     RebuildIndex(false);
 
-    ReadSyncTag(ioStream, kTagRates);
+    ReadSyncTag(ioStream, kRates);
     const std::vector<ULONG> rates = ReadRecordArray<ULONG>(ioStream, ReadValue<uint32_t>(ioStream));
     m_rates.SetCount(static_cast<LONG>(rates.size()));
     if (!rates.empty()) std::memcpy(m_rates.Data(), rates.data(), rates.size() * sizeof rates[0]);
@@ -299,7 +310,7 @@ void CWirelessChannelStats::Load(IStream* ioStream) {
       if (!row.empty()) std::memcpy(m_rows[static_cast<LONG>(i)].Data(), row.data(), row.size() * sizeof row[0]);
     }
 
-    ReadSyncTag(ioStream, kTagCounts);
+    ReadSyncTag(ioStream, kCounts);
     m_rateChangeCount = ReadValue<uint32_t>(ioStream);
     m_updateCount = ReadValue<uint32_t>(ioStream);
 
@@ -311,7 +322,7 @@ void CWirelessChannelStats::Load(IStream* ioStream) {
       std::vector<MediaSpec>& list = AddNodesOf(channel).nodes;
       list.insert(list.end(), nodes.begin(), nodes.end());
     }
-    ReadSyncTag(ioStream, kTagEnd);
+    ReadSyncTag(ioStream, kEnd);
   });
 }
 

@@ -120,6 +120,13 @@ uint32_t WirelessChannelStats::AddChannel(const SWirelessChannel& channel) {
 
 uint32_t WirelessChannelStats::AddDataRate(ULONG rate) {
   if (m_rates.size() >= kMaxChannelDataRates) return kNone;
+  // Room first, so that the rate goes into every row or none.
+  try {
+    m_rates.reserve(m_rates.size() + 1);
+    for (Row& row : m_rows) row.reserve(row.size() + 1);
+  } catch (const std::bad_alloc&) {
+    AtlThrow(E_OUTOFMEMORY);
+  }
   ++m_rateChangeCount;
   size_t at = 0;
   for (size_t i = 0; i < m_rates.size(); ++i)
