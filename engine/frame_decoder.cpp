@@ -373,7 +373,7 @@ void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
   f.wireless = true;
   f.p.SetWireless(true);
   if (f.Beyond(off, end)) return;
-  const Ieee80211Header h = ReadIeee80211Header(f.d + off, f.cap - off, f.dataPad);
+  const Ieee80211Header h = ReadIeee80211Header(f.d + off, f.cap > off ? f.cap - off : 0, f.dataPad);
   if (!h.present) {
     f.Layer(proto::kIeee80211, off, 2, end);
     return;

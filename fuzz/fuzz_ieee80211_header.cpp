@@ -14,6 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (uint32_t at : {h.receiver, h.transmitter, h.source, h.destination, h.bssid})
     if (at + 6 > h.headerLength) std::abort();
   if (h.llc && (h.llc < h.headerLength || h.llc > h.headerLength + 3)) std::abort();
-  if (h.haveKeyIndex && (h.keyIndex > 3 || !h.isProtected || h.encryption == zemo::kEncryptionNone)) std::abort();
+  if (h.haveKeyIndex && (h.keyIndex > 3 || !h.isProtected || h.encryption == kEncryptionNone)) std::abort();
   return 0;
 }

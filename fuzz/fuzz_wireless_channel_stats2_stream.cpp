@@ -6,6 +6,7 @@
 
 #include "engine/packet_builder.h"
 #include "frame/clsids.h"
+#include "frame/stats_interfaces.h"
 #include "wireless/wireless_interfaces.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
