@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto h = zemo::ReadIeee80211Header(frame.empty() ? nullptr : frame.data(), uint32_t(frame.size()), data[0] & 1);
   if (h.present != (frame.size() >= 2)) std::abort();
   for (uint32_t at : {h.receiver, h.transmitter, h.source, h.destination, h.bssid})
-    if (at + 6 > h.headerLength) std::abort();
+    if (at && at + 6 > h.headerLength) std::abort();
   if (h.llc && (h.llc < h.headerLength || h.llc > h.headerLength + 3)) std::abort();
   if (h.haveKeyIndex && (h.keyIndex > 3 || !h.isProtected || h.encryption == kEncryptionNone)) std::abort();
   return 0;
