@@ -34,7 +34,7 @@ void FoldSignal(uint8_t& min, uint8_t& max, uint8_t& current, uint64_t& sum, uin
 }
 void FoldDbm(double& power, int16_t& min, int16_t& max, int16_t& current, int8_t dbm, bool first) {
   if (dbm == kNoDbm) return;
-  power += std::pow(10.0, dbm / 10.0);
+  power += Milliwatts(dbm);
   if (max == kNoDbm || dbm > max) max = dbm;
   if (min == kNoDbm || dbm < min || first) min = dbm;
   current = dbm;

@@ -38,13 +38,16 @@ IWirelessPacket* WirelessPacketView::Radio() {
 }
 
 const BYTE* WirelessPacketView::Block() {
+  if (m_blockRead) return m_block;
   const BYTE* block = nullptr;
   ULONG length = 0;
   CheckHr(m_packet->GetMediaInfo(&block, &length));
+  m_blockRead = true;
   if (!block || length < kBlockLength) return nullptr;
   ULONG kind;
   std::memcpy(&kind, block + 4, sizeof kind);
-  return kind == kMedium80211 ? block : nullptr;
+  m_block = kind == kMedium80211 ? block : nullptr;
+  return m_block;
 }
 
 const BYTE* WirelessPacketView::RequireBlock() {
@@ -73,7 +76,7 @@ int8_t WirelessPacketView::NoiseDBm() { return static_cast<int8_t>(RequireBlock(
 
 SignalReading WirelessPacketView::Readings() {
   const BYTE* block = RequireBlock();
-  return {block[24], block[25], static_cast<int8_t>(block[26]), static_cast<int8_t>(block[27])};
+  return MakeReading(block[24], static_cast<int8_t>(block[26]), block[25], static_cast<int8_t>(block[27]));
 }
 
 void WirelessPacketView::Frame(const BYTE** data, USHORT* length) const {

@@ -56,7 +56,7 @@ class WirelessPacketView {
   bool TestFlags(ULONG mask) const;
 
  private:
-  // The 802.11 block, or null when there is none.
+  // The 802.11 block, or null when there is none; read once.
   const BYTE* Block();
   const BYTE* RequireBlock();
 
@@ -66,6 +66,8 @@ class WirelessPacketView {
   bool m_wireless = false;
   USHORT m_packetLength = 0;  // 0: not read yet
   USHORT m_captureLength = 0;
+  const BYTE* m_block = nullptr;  // the 802.11 block, once read
+  bool m_blockRead = false;
   ComPtr<IPacketAddresses> m_addresses;
   ComPtr<IWirelessPacket> m_radio;
 };
