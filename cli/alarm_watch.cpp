@@ -330,8 +330,12 @@ bool AlarmWatch::Start(IZemoStatsContext* context, std::string* error) {
     for (Track& t : m_tracks) {
       const bool node = t.kind == "node", channel = t.kind == "channel";
       ComPtr<IZemoStatsTrackerFactory> factory;
-      CheckHr(context->GetStats(node ? CLSID_NodeStats : channel ? CLSID_WirelessChannelStats : CLSID_ProtocolStatsByID,
-                                IZemoStatsTrackerFactory::iid, factory.OutVoid()));
+      const HRESULT found = context->GetStats(
+          node ? CLSID_NodeStats : channel ? CLSID_WirelessChannelStats : CLSID_ProtocolStatsByID,
+          IZemoStatsTrackerFactory::iid, factory.OutVoid());
+      // A capture of another medium has no channels: the channel never appears.
+      if (channel && FAILED(found)) continue;
+      CheckHr(found);
       // A channel's tracker is described by its label, the others by an
       // element naming the address or protocol.
       CVariant description = CVariant::Str(FromUtf8(t.text));
@@ -385,7 +389,7 @@ void AlarmWatch::Tick(ZemoTime now, bool jumped) {
     ZemoTime last = 0;
     double packets = 0, bytes = 0;
     // A tracker that did not sample this second follows what has not appeared yet.
-    if (SUCCEEDED(t.bytes->GetLastTime(&last)) && last == now / kSecond * kSecond &&
+    if (t.bytes && SUCCEEDED(t.bytes->GetLastTime(&last)) && last == now / kSecond * kSecond &&
         SUCCEEDED(t.packets->GetValueRate(now, &packets)) && SUCCEEDED(t.bytes->GetValueRate(now, &bytes)))
       t.seen = true;
     else
