@@ -80,6 +80,7 @@ Ieee80211Header ReadIeee80211Header(const uint8_t* frame, uint32_t captured, boo
   h.present = true;
   const uint8_t fc0 = b.U8(0);
   h.flags = b.U8(1);
+  h.version = fc0 & 3;
   h.type = (fc0 >> 2) & 3;
   h.subtype = fc0 >> 4;
   h.kind = proto::ByIeee80211Type(h.type, h.subtype);

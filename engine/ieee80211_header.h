@@ -13,6 +13,7 @@ namespace zemo {
 
 struct Ieee80211Header {
   bool present = false;  // the frame control was captured
+  uint8_t version = 0;   // the protocol version: 0, any other is unknown
   uint8_t type = 0;      // 0 management, 1 control, 2 data, 3 extension
   uint8_t subtype = 0;
   uint8_t flags = 0;            // the second frame control byte

@@ -38,7 +38,9 @@ void ReadCommon(const uint8_t* f, RadioReading& r) {
 RadioReading ReadPpi(const uint8_t* data, uint32_t length) noexcept {
   RadioReading r;
   r.headerLength = length;
-  if (!data || length < 8 || data[0] != 0) return r;
+  if (!data || length < 8) return r;
+  r.badVersion = data[0] != 0;
+  if (r.badVersion) return r;
   const uint32_t declared = Le16(data, 2);
   if (declared < 8) return r;
   r.known = declared <= length;

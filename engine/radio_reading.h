@@ -59,6 +59,7 @@ inline constexpr SWirelessChannel kUnknownChannel{0, 0, 1};
 struct RadioReading {
   uint32_t headerLength = 0;  // bytes of the radio header: where the 802.11 frame starts
   bool known = false;         // the header was recognised and its length is sound
+  bool badVersion = false;    // a version of the header the reader does not know
   bool haveChannel = false;
   SWirelessChannel channel = kUnknownChannel;
   uint16_t rate = 0;                  // half Mbit/s; 0 unknown

@@ -127,7 +127,8 @@ RadioReading ReadRadiotap(const uint8_t* data, uint32_t length) noexcept {
     return r;
   }
   const uint32_t declared = uint32_t(data[2]) | uint32_t(data[3]) << 8;
-  if (data[0] != 0 || declared < 8) {
+  r.badVersion = data[0] != 0;
+  if (r.badVersion || declared < 8) {
     r.headerLength = length;
     return r;
   }

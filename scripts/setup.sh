@@ -7,7 +7,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev libpugixml-dev libpcap-dev
-          nlohmann-json3-dev libcli11-dev clang libclang-rt-14-dev "$@")
+          zlib1g-dev nlohmann-json3-dev libcli11-dev clang libclang-rt-14-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
