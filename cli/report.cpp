@@ -14,6 +14,7 @@
 
 #include "cli/node_views.h"
 #include "cli/summary_report.h"
+#include "cli/wireless_views.h"
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
 #include "network/history_stats.h"
@@ -804,6 +805,10 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   }
   out.Text() += first ? "},\n" : "\n  },\n";
   WriteHostsJson(out, analysis);
+  WirelessView wireless;
+  if (ReadWireless(analysis, &wireless))
+    out.Text() += "  \"channels\": " + Indented(ChannelJson(wireless), 1) + ",\n  \"data_rates\": " +
+                  Indented(DataRateJson(wireless), 1) + ",\n";
   if (watch) WriteWatchJson(out, *watch);
   out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
@@ -1019,6 +1024,15 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
   PrintCapture(out, analysis, info);
   SummaryTrees summaries = ReadSummaries(analysis);
   if (!summaries.trees.empty()) PrintSummary(out, summaries.trees[0]);
+  WirelessView wireless;
+  if (ReadWireless(analysis, &wireless) && !wireless.channels.empty()) {
+    auto print = [&](const char* title, const TextTable& table) {
+      std::fprintf(out, "\n%s\n", title);
+      PrintTable(out, table.heads, table.rows, table.numeric);
+    };
+    print("Channels", ChannelTable(wireless));
+    print("Data rates", DataRateTable(wireless));
+  }
   std::vector<std::string> shown;
   auto section = [&](const char* name, const std::string& title, auto&& body) {
     const StatisticEntry* s = Find(analysis, name);
