@@ -208,7 +208,7 @@ Json SummaryJson(const std::vector<SummaryNode>& tree) {
   return out;
 }
 
-void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree) {
+void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree, const std::string& heading) {
   struct Line {
     std::string name, value;
   };
@@ -224,7 +224,7 @@ void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree) {
   size_t width = 0;
   for (const Line& l : lines)
     if (!l.value.empty()) width = std::max(width, l.name.size());
-  std::fprintf(out, "\nSummary\n");
+  std::fprintf(out, "\n%s\n", heading.c_str());
   for (const Line& l : lines) {
     if (l.value.empty())
       std::fprintf(out, "%s\n", l.name.c_str());
