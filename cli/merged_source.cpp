@@ -54,7 +54,8 @@ ReadResult MergedSource::Next(CaptureFrame* frame) {
       f.waiting = r == ReadResult::kFrame;
       f.ended = !f.waiting;
     }
-    if (f.waiting && (!earliest || f.next.time < earliest->next.time)) earliest = &f;
+    // On a tie the later file goes first, as mergecap takes it.
+    if (f.waiting && (!earliest || f.next.time <= earliest->next.time)) earliest = &f;
   }
   if (!earliest) return ReadResult::kEnd;
   *frame = earliest->next;

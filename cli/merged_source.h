@@ -1,6 +1,6 @@
 // MergedSource: the frames of several capture files as one capture, in time
 // order as mergecap merges them: each time the file whose next frame is
-// earliest gives it, the first file of the list on a tie, so that a file's
+// earliest gives it (the later file of the list on a tie), so that a file's
 // own order stays as it is. The files must share a link type.
 #pragma once
 

@@ -113,10 +113,15 @@ ReportSection CaptureSection(const Analysis& analysis, const CaptureInfo& info) 
   const Totals t = ReadTotals(analysis);
   const RunFacts& f = analysis.Facts();
   if (analysis.FromSaves()) {
+    // A long series in two lines: the full save and the last delta.
     const std::vector<std::string>& files = info.savedFiles;
-    for (size_t i = 0; i < files.size(); ++i)
-      fact("saved", i == 0 ? "Saved" : "", Unit::kText, files[i], i == 0 ? "a whole save" : "a delta");
+    if (!files.empty()) fact("saved", "Saved", Unit::kText, files.front(), "a whole save");
+    if (files.size() == 2) fact("delta", "", Unit::kText, files.back(), "a delta");
+    if (files.size() > 2)
+      fact("deltas", "", Unit::kText, "and " + std::to_string(files.size() - 1) + " deltas, the last " + files.back());
     fact("medium", "Medium", Unit::kText, MediumWords(analysis.Medium()));
+    fact("not_saved", "Not saved", Unit::kText, "the link type, the file and the peak rate",
+         "a save keeps the statistics alone");
   } else {
     if (info.live)
       fact("interface", "Interface", Unit::kText, info.file);

@@ -44,7 +44,8 @@ std::string UnitText(Unit unit, const Cell& cell) {
   const double v = std::get<double>(cell);
   switch (unit) {
     case Unit::kBitRate: return BitRate(v);
-    case Unit::kPercent: return Fixed(v, 1) + "%";
+    // A small share keeps a figure that is not 0.
+    case Unit::kPercent: return Fixed(v, v > 0 && v < 1 ? 2 : 1) + "%";
     case Unit::kSeconds: return Fixed(v, 3) + " s";
     case Unit::kBar: return std::string(static_cast<size_t>(std::clamp(v, 0.0, 1.0) * 40 + 0.5), '#');
     default: return NumberText(v);
