@@ -578,7 +578,7 @@ Json CaptureJson(const Analysis& analysis, const CaptureInfo& info) {
     capture["link_type_number"] = info.linkType;
     capture["link_type_description"] = info.linkTypeText;
     capture["decoded"] = analysis.Decoder().Known();
-    if (info.fileSize) capture["file_size"] = info.fileSize;
+    if (info.fileSize) capture["file_size"] = JsonWhole(info.fileSize);
     if (info.snapLength) capture["snap_length"] = info.snapLength;
     if (!info.filter.empty()) capture["filter"] = info.filter;
     if (info.from) capture["from"] = IsoTime(info.from);
@@ -586,27 +586,27 @@ Json CaptureJson(const Analysis& analysis, const CaptureInfo& info) {
   }
   capture["media_type"] = analysis.Medium().type;
   capture["media_subtype"] = analysis.Medium().subType;
-  capture["packets"] = t.packets;
-  capture["bytes"] = t.bytes;
+  capture["packets"] = JsonWhole(t.packets);
+  capture["bytes"] = JsonWhole(t.bytes);
   capture["average_packet_size"] = t.packets ? double(t.bytes) / double(t.packets) : 0.0;
-  if (!analysis.FromSaves()) capture["truncated"] = f.truncated;
+  if (!analysis.FromSaves()) capture["truncated"] = JsonWhole(f.truncated);
   capture["start"] = t.start ? Json(IsoTime(t.start)) : Json(nullptr);
   capture["stop"] = t.start ? Json(IsoTime(t.stop)) : Json(nullptr);
-  capture["duration_ns"] = t.duration;
+  capture["duration_ns"] = JsonWhole(t.duration);
   double seconds = t.duration / 1e9;
   capture["average_packets_per_second"] = seconds > 0 ? t.packets / seconds : 0.0;
   capture["average_bits_per_second"] = seconds > 0 ? t.bytes * 8.0 / seconds : 0.0;
   if (!analysis.FromSaves()) {
     TrafficSeries::Bin peak = analysis.Traffic().PeakSecond();
     capture["time_ordered"] = f.outOfOrder == 0;
-    capture["peak_packets_per_second"] = peak.packets;
-    capture["peak_bits_per_second"] = peak.bytes * 8;
+    capture["peak_packets_per_second"] = JsonWhole(peak.packets);
+    capture["peak_bits_per_second"] = JsonWhole(peak.bytes * 8);
     TrafficSeries::Lines lines = analysis.Traffic().ToLines(kTrafficLines);
     Json rows = Json::array();
     for (size_t i = 0; i < lines.bins.size(); ++i)
       rows.push_back({{"From", IsoTime(lines.origin + i * lines.seconds * 1000000000ull)},
-                      {"Packets", lines.bins[i].packets},
-                      {"Bytes", lines.bins[i].bytes}});
+                      {"Packets", JsonWhole(lines.bins[i].packets)},
+                      {"Bytes", JsonWhole(lines.bins[i].bytes)}});
     capture["traffic"] = {{"interval_seconds", lines.seconds}, {"columns", {"From", "Packets", "Bytes"}},
                           {"rows", rows}};
   }
@@ -617,6 +617,15 @@ Json CaptureJson(const Analysis& analysis, const CaptureInfo& info) {
 bool IsTimeColumn(std::string_view name) { return name.size() > 4 && name.ends_with("Time"); }
 
 }  // namespace
+
+Json JsonWhole(uint64_t value) {
+  return value <= (uint64_t(1) << 53) ? Json(value) : Json(std::to_string(value));
+}
+
+Json JsonWhole(int64_t value) {
+  constexpr int64_t kExact = int64_t(1) << 53;
+  return value <= kExact && value >= -kExact ? Json(value) : Json(std::to_string(value));
+}
 
 void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& info,
                const std::vector<ReportSection>& report, const AlarmWatch* watch) {

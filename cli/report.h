@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "cli/alarm_watch.h"
 #include "cli/analysis.h"
 #include "cli/report_model.h"
@@ -112,6 +114,11 @@ std::string CellText(const DataCellView& cell);
 // UTF-8, empty is null.
 void AppendJsonCell(std::string& out, const VARIANT& cell);
 void AppendJsonCell(std::string& out, const DataCellView& cell);
+
+// A whole number as the JSON document holds it: a number where a double
+// holds it exactly, else the string of its digits.
+nlohmann::ordered_json JsonWhole(uint64_t value);
+nlohmann::ordered_json JsonWhole(int64_t value);
 
 // The version of the JSON document's form, its "schema"; the form is
 // described by cli/zemostats.schema.json.

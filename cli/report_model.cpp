@@ -285,7 +285,8 @@ struct ProtocolNode {
 
 // The protocols by identifier as a tree: each protocol under its parent in
 // the protocol tree, or under the nearest ancestor with packets when its
-// parent counted none (a family such as IP, whose members carry the counts).
+// parent counted none (a family such as IP, whose members carry the counts),
+// or under the capture's busiest link layer when no ancestor counted any.
 void HierarchySection(const Analysis& analysis, const Totals& totals, std::vector<ReportSection>& out) {
   ComPtr<IProtocolStats> stats;
   IZemoStatsContext* context = analysis.Context();
@@ -309,17 +310,26 @@ void HierarchySection(const Analysis& analysis, const Totals& totals, std::vecto
     if (id != proto::kNone) byId[id] = static_cast<int>(nodes->size());
     nodes->push_back({id, names.Of(e.EntityIndex), e.Stat.Packets, e.Stat.Bytes, -1, {}});
   }
+  // The link layer or capture header that carried the most: where a
+  // protocol goes whose family hangs under another link layer (IP is filed
+  // under Ethernet II; in a Linux cooked capture it runs over that).
+  int carrier = -1;
+  for (size_t i = 0; i < nodes->size(); ++i) {
+    const ProtocolNode& n = (*nodes)[i];
+    if (n.id != proto::kNone && proto::Parent(n.id) == proto::kNone &&
+        (carrier < 0 || n.packets > (*nodes)[carrier].packets))
+      carrier = static_cast<int>(i);
+  }
   std::vector<int> roots;
   for (size_t i = 0; i < nodes->size(); ++i) {
     ProtocolNode& n = (*nodes)[i];
-    for (uint16_t up = n.id == proto::kNone ? proto::kNone : proto::Parent(n.id); up != proto::kNone;
-         up = proto::Parent(up)) {
+    const uint16_t parent = n.id == proto::kNone ? proto::kNone : proto::Parent(n.id);
+    for (uint16_t up = parent; up != proto::kNone && n.parent < 0; up = proto::Parent(up)) {
       auto it = byId.find(up);
-      if (it != byId.end()) {
-        n.parent = it->second;
-        break;
-      }
+      if (it != byId.end()) n.parent = it->second;
     }
+    if (n.parent < 0 && parent != proto::kNone && carrier >= 0 && (*nodes)[carrier].packets >= n.packets)
+      n.parent = carrier;
     (n.parent < 0 ? roots : (*nodes)[n.parent].children).push_back(static_cast<int>(i));
   }
   // Heaviest first at each level, as a reader looks for where the traffic went.
@@ -411,7 +421,8 @@ std::string OrderNote(SortBy sort, bool directed, const char* whole = "of the ca
 }
 
 std::string TopTitle(const ReportOptions& o, const std::string& what, size_t rows) {
-  return o.top == SIZE_MAX ? what : "Top " + std::to_string(std::min(o.top, rows)) + " " + what;
+  if (o.top == SIZE_MAX) return what;
+  return rows ? "Top " + std::to_string(std::min(o.top, rows)) + " " + what : "Top " + what;
 }
 
 void NodeSections(const Analysis& analysis, const Totals& totals, const ReportOptions& o,

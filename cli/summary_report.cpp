@@ -194,11 +194,13 @@ Json SummaryJson(const std::vector<SummaryNode>& tree) {
     switch (v.Type) {
       case kSummaryDate:
       case kSummaryTime: item["value"] = IsoTime(v.Time); break;
-      case kSummaryDuration: item["value"] = int64_t{v.Duration}; break;
+      case kSummaryDuration: item["value"] = JsonWhole(int64_t{v.Duration}); break;
       case kSummaryPackets:
       case kSummaryBytes:
-      case kSummaryInt: item["value"] = uint64_t{v.Count}; break;
-      case kSummaryPair: item["value"] = {{"packets", uint64_t{v.Pair.Packets}}, {"bytes", uint64_t{v.Pair.Bytes}}}; break;
+      case kSummaryInt: item["value"] = JsonWhole(uint64_t{v.Count}); break;
+      case kSummaryPair:
+        item["value"] = {{"packets", JsonWhole(uint64_t{v.Pair.Packets})}, {"bytes", JsonWhole(uint64_t{v.Pair.Bytes})}};
+        break;
       case kSummaryDouble: item["value"] = double{v.Double}; break;
       default: break;
     }

@@ -399,4 +399,36 @@ TEST(Peers, FilesAnalyzedTogetherAreTheirMergecapMerge) {
   }
 }
 
+// The protocol hierarchy counts each protocol's packets as tshark's io,phs
+// does, summed over the places it stands in tshark's tree, on captures
+// without tunnels (whose inner layers the decoder does not report).
+TEST(Peers, TheProtocolHierarchyCountsWhatTsharksIoPhsCounts) {
+  SKIP_WITHOUT_PEERS();
+  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  const std::map<std::string, std::string> names = {{"eth", "Ethernet II"}, {"ip", "IPv4"}, {"ipv6", "IPv6"},
+                                                    {"tcp", "TCP"},         {"udp", "UDP"}, {"arp", "ARP"},
+                                                    {"icmp", "ICMP"},       {"icmpv6", "ICMPv6"}};
+  for (const char* name : {"tcpdump/afs.pcap", "tcpdump/mptcp-v0.pcap", "tcpdump/OSPFv2_Capture_FINAL.pcapng",
+                           "tcpdump/OSPFv3_broadcast_adjacency.pcap", "tcpdump/LINKTYPE_RAW_ipv6.pcap",
+                           "tcpdump/EIGRP_ipv6.pcap"}) {
+    SCOPED_TRACE(name);
+    const std::string path = (CapturesRoot() / name).string();
+    std::map<std::string, uint64_t> theirs, ours;
+    std::stringstream lines(Output("tshark -q -r " + Quote(path) + " -z io,phs"));
+    for (std::string line; std::getline(lines, line);) {
+      std::stringstream words(line);
+      std::string protocol, frames;
+      words >> protocol >> frames;
+      if (names.count(protocol) && frames.rfind("frames:", 0) == 0) theirs[names.at(protocol)] += Number(frames.substr(7));
+    }
+    RunResult r = RunZemostats({"analyze", "--json", path});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    for (const json& row : json::parse(r.out)["report"]["protocol_hierarchy"]["rows"])
+      for (const auto& [theirName, ourName] : names)
+        if (row["protocol"] == ourName) ours[ourName] += row["packets"].get<uint64_t>();
+    EXPECT_FALSE(theirs.empty());
+    EXPECT_EQ(theirs, ours);
+  }
+}
+
 }  // namespace
