@@ -26,4 +26,9 @@ RunResult RunZemostats(const std::vector<std::string>& args, const std::string& 
 
 bool FileExists(const std::string& path);
 
+// A word quoted for the shell.
+std::string Quote(const std::string& s);
+// A command's standard output (its errors are dropped).
+std::string Output(const std::string& command);
+
 }  // namespace zemo::testing_cli
