@@ -423,7 +423,8 @@ TEST(Peers, TheProtocolHierarchyCountsWhatTsharksIoPhsCounts) {
     }
     RunResult r = RunZemostats({"analyze", "--json", path});
     ASSERT_EQ(0, r.exitCode) << r.err;
-    for (const json& row : json::parse(r.out)["report"]["protocol_hierarchy"]["rows"])
+    const json doc = json::parse(r.out);
+    for (const json& row : doc["report"]["protocol_hierarchy"]["rows"])
       for (const auto& [theirName, ourName] : names)
         if (row["protocol"] == ourName) ours[ourName] += row["packets"].get<uint64_t>();
     EXPECT_FALSE(theirs.empty());
