@@ -14,15 +14,15 @@
 namespace zemo::testing_cli {
 namespace {
 
+std::atomic<int> g_runs{0};
+
+}  // namespace
+
 std::string Quote(const std::string& s) {
   std::string q = "'";
   for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return q + "'";
 }
-
-std::atomic<int> g_runs{0};
-
-}  // namespace
 
 bool FileExists(const std::string& path) {
   struct stat st {};

@@ -26,4 +26,7 @@ RunResult RunZemostats(const std::vector<std::string>& args, const std::string& 
 
 bool FileExists(const std::string& path);
 
+// A word for the shell, in single quotes.
+std::string Quote(const std::string& s);
+
 }  // namespace zemo::testing_cli

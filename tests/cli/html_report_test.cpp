@@ -21,12 +21,6 @@ using nlohmann::json;
 using namespace zemo::testing_cli;
 namespace fs = std::filesystem;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
 std::string FindChromium() {
   for (const char* path : {"/usr/bin/chromium", "/usr/bin/chromium-browser", "/usr/bin/google-chrome"})
     if (access(path, X_OK) == 0) return path;

@@ -44,12 +44,6 @@ using nlohmann::json;
 using namespace zemo::testing_cli;
 namespace fs = std::filesystem;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
 // A command's standard output (its errors are dropped).
 std::string Output(const std::string& command) {
   std::string out;
