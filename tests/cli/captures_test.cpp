@@ -155,7 +155,9 @@ TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
   EXPECT_GT(written.size(), files.size() / 2);
   std::optional<std::string> problems = SchemaProblems(written, documents.Path());
   if (!problems && std::getenv("ZEMO_REQUIRE_PEERS")) ADD_FAILURE() << "python3-jsonschema is missing";
-  if (problems) EXPECT_EQ("", problems->substr(0, 4000)) << "documents that break cli/zemostats.schema.json";
+  if (problems) {
+    EXPECT_EQ("", problems->substr(0, 4000)) << "documents that break cli/zemostats.schema.json";
+  }
 }
 
 // A CSV file's fields, by RFC 4180; a line that does not end in CRLF, or a
