@@ -18,8 +18,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr uint64_t kSecond = 1000000000ull;
-
 const char* UnitName(Unit unit) {
   switch (unit) {
     case Unit::kCount: return "count";
