@@ -304,8 +304,29 @@
     return ul;
   }
 
+  // An 802.11 table of channels or rates: packets as bars by the first
+  // column, and the average signal, where there is one, as a line of dBm.
+  function radioChart(id, t) {
+    const at = (test) => t.columns.findIndex((c) => test(c.key));
+    const label = 0, packets = at((k) => k === 'packets');
+    const signal = at((k) => /signal/.test(k) && /av/.test(k));
+    if (packets < 0) return [renderTable(t)];
+    const datasets = [{ key: 'packets', label: 'Packets', yAxisID: 'y', backgroundColor: colours.bytes,
+                        data: t.rows.map((r) => Number(r[packets]) || 0) }];
+    const scales = { y: { beginAtZero: true, title: { display: true, text: 'Packets' } } };
+    if (signal >= 0 && t.rows.some((r) => typeof r[signal] === 'number')) {
+      datasets.push({ key: 'signal', type: 'line', label: 'Average signal (dBm)', yAxisID: 'dbm', borderColor: colours.packets,
+                      backgroundColor: colours.packets, data: t.rows.map((r) => (typeof r[signal] === 'number' ? r[signal] : null)) });
+      scales.dbm = { position: 'right', grid: { drawOnChartArea: false }, title: { display: true, text: 'dBm' } };
+    }
+    const made = chart(id, { type: 'bar', data: { labels: t.rows.map((r) => String(r[label])), datasets }, options: { scales } });
+    return [made.box, numbers(t)];
+  }
+
   // Tables drawn as charts, with the options of each chart.
   const charted = {
+    channels: (t) => radioChart('channels', t),
+    data_rates: (t) => radioChart('data_rates', t),
     packet_sizes: (t) => [
       barChart('packet_sizes', t, 'size', ['packets'], { plugins: { legend: { display: false } },
         scales: { x: { title: { display: true, text: 'Size (bytes)' } }, y: { title: { display: true, text: 'Packets' } } } }).box,
