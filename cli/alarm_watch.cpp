@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -22,6 +23,8 @@
 #include "platform/class_store.h"
 #include "platform/stream.h"
 #include "platform/strings.h"
+#include "wireless/channel_naming.h"
+#include "wireless/wireless_channel_stats_tracker.h"
 
 namespace zemo::cli {
 namespace {
@@ -169,6 +172,22 @@ bool ParseProtocol(const std::string& name, MediaSpec* spec) {
   return true;
 }
 
+bool ParseChannelLabel(const std::string& label, SWirelessChannel* channel) {
+  // The number, " - " and the frequency's digits: what a label reads back by.
+  size_t at = 0;
+  auto digits = [&] {
+    const size_t from = at;
+    while (at < label.size() && std::isdigit(static_cast<unsigned char>(label[at]))) ++at;
+    return at > from;
+  };
+  if (at < label.size() && label[at] == '-') ++at;
+  if (!digits() || label.compare(at, 3, " - ") != 0) return false;
+  at += 3;
+  if (!digits()) return false;
+  *channel = ParseChannel(FromUtf8(label));
+  return true;
+}
+
 AlarmWatch::AlarmWatch() = default;
 
 AlarmWatch::~AlarmWatch() {
@@ -284,6 +303,15 @@ void AlarmWatch::AddTrack(std::string kind, const std::string& name, const Media
   m_tracks.push_back(std::move(t));
 }
 
+void AlarmWatch::AddChannelTrack(const std::string& label, const SWirelessChannel& channel) {
+  Track t;
+  t.kind = "channel";
+  t.name = label;
+  t.text = ToUtf8(FormatChannel(channel));
+  t.channel = channel;
+  m_tracks.push_back(std::move(t));
+}
+
 bool AlarmWatch::Start(IZemoStatsContext* context, std::string* error) {
   m_context = context;
   HRESULT hr = Boundary([&] {
@@ -300,18 +328,32 @@ bool AlarmWatch::Start(IZemoStatsContext* context, std::string* error) {
     // Trackers of a node or protocol come from the statistic that knows it,
     // as a host asks for them.
     for (Track& t : m_tracks) {
-      const bool node = t.kind == "node";
+      const bool node = t.kind == "node", channel = t.kind == "channel";
       ComPtr<IZemoStatsTrackerFactory> factory;
-      CheckHr(context->GetStats(node ? CLSID_NodeStats : CLSID_ProtocolStatsByID, IZemoStatsTrackerFactory::iid,
-                                factory.OutVoid()));
-      ComPtr<IXMLDOMDocument> description = CreateXmlDocument();
-      ComPtr<IXMLDOMElement> element = CreateXmlElement(description.Get(), node ? u"node" : u"protocol");
-      SaveSpecAttributes(element.Get(), t.key);
-      AppendXmlChild(description.Get(), element.Get());
-      const LONG packets = node ? LONG{kNodeTotalPackets} : LONG{ProtocolStatsTracker::kTotalPackets};
-      const LONG bytes = node ? LONG{kNodeTotalBytes} : LONG{ProtocolStatsTracker::kTotalBytes};
+      const HRESULT found = context->GetStats(
+          node ? CLSID_NodeStats : channel ? CLSID_WirelessChannelStats : CLSID_ProtocolStatsByID,
+          IZemoStatsTrackerFactory::iid, factory.OutVoid());
+      // A capture of another medium has no channels: the channel never appears.
+      if (channel && FAILED(found)) continue;
+      CheckHr(found);
+      // A channel's tracker is described by its label, the others by an
+      // element naming the address or protocol.
+      CVariant description = CVariant::Str(FromUtf8(t.text));
+      if (!channel) {
+        ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
+        ComPtr<IXMLDOMElement> element = CreateXmlElement(document.Get(), node ? u"node" : u"protocol");
+        SaveSpecAttributes(element.Get(), t.key);
+        AppendXmlChild(document.Get(), element.Get());
+        description = CVariant::Unknown(document.Get());
+      }
+      const LONG packets = node      ? LONG{kNodeTotalPackets}
+                           : channel ? WirelessChannelStatsTracker::kTotalPackets
+                                     : LONG{ProtocolStatsTracker::kTotalPackets};
+      const LONG bytes = node      ? LONG{kNodeTotalBytes}
+                         : channel ? WirelessChannelStatsTracker::kTotalBytes
+                                   : LONG{ProtocolStatsTracker::kTotalBytes};
       for (auto [tracker, stat] : {std::pair{&t.packets, packets}, std::pair{&t.bytes, bytes}}) {
-        CheckHr(factory->CreateTracker(CVariant::Unknown(description.Get()), tracker->ReleaseAndGetAddressOf()));
+        CheckHr(factory->CreateTracker(description, tracker->ReleaseAndGetAddressOf()));
         CheckHr((*tracker)->SetStat(CVariant::I4(stat)));
         CheckHr(m_server->AddTracker(tracker->Get()));
       }
@@ -347,7 +389,7 @@ void AlarmWatch::Tick(ZemoTime now, bool jumped) {
     ZemoTime last = 0;
     double packets = 0, bytes = 0;
     // A tracker that did not sample this second follows what has not appeared yet.
-    if (SUCCEEDED(t.bytes->GetLastTime(&last)) && last == now / kSecond * kSecond &&
+    if (t.bytes && SUCCEEDED(t.bytes->GetLastTime(&last)) && last == now / kSecond * kSecond &&
         SUCCEEDED(t.packets->GetValueRate(now, &packets)) && SUCCEEDED(t.bytes->GetValueRate(now, &bytes)))
       t.seen = true;
     else
@@ -378,6 +420,20 @@ bool AlarmWatch::Appeared(IZemoStatsTracker* tracker, std::string* text) {
     return SUCCEEDED(m_context->GetStats(CLSID_ProtocolStatsByID, IProtocolStats::iid, stats.OutVoid())) &&
            SUCCEEDED(stats->GetEntityTable(entities.ReleaseAndGetAddressOf())) && entities &&
            SUCCEEDED(entities->FindOrAdd(&key, 0, &entity)) && stats->GetProtocolIndex(entity, &row) == S_OK;
+  }
+  ComPtr<IWirelessChannelStatsTracker> channel;
+  SWirelessChannel tracked{0, 0, 0};
+  if (SUCCEEDED(t.As(&channel)) && SUCCEEDED(channel->GetChannel(&tracked))) {
+    *text = "channel " + ToUtf8(FormatChannel(tracked));
+    ComPtr<IWirelessChannelStats> stats;
+    ULONG count = 0;
+    if (FAILED(m_context->GetStats(CLSID_WirelessChannelStats, IWirelessChannelStats::iid, stats.OutVoid())) ||
+        FAILED(stats->GetChannelCount(&count)))
+      return false;
+    ZemoWirelessChannelStat stat{};
+    for (ULONG i = 0; i < count; ++i)
+      if (SUCCEEDED(stats->GetChannelStat(i, &stat)) && stat.Channel == tracked) return true;
+    return false;
   }
   *text = "what its tracker follows";
   return true;

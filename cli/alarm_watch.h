@@ -12,6 +12,7 @@
 #include "alarms/alarm_interfaces.h"
 #include "identity/media_specs.h"
 #include "platform/object.h"
+#include "wireless/wireless_channel.h"
 
 namespace zemo::cli {
 
@@ -20,13 +21,17 @@ struct WatchOptions {
   std::string alarms;                  // --alarms: a collection file; empty: none
   std::vector<std::string> nodes;      // --track: addresses
   std::vector<std::string> protocols;  // --track-protocol: protocol names
-  bool Any() const { return !alarms.empty() || !nodes.empty() || !protocols.empty(); }
+  std::vector<std::string> channels;   // --track-channel: channel labels
+  bool Any() const { return !alarms.empty() || !nodes.empty() || !protocols.empty() || !channels.empty(); }
 };
 
 // An address as a user writes it (IPv4, IPv6, or a MAC address with ':' or
 // '-'), or a protocol of the engine's tree by name; false if it is none.
 bool ParseAddress(const std::string& text, MediaSpec* spec);
 bool ParseProtocol(const std::string& name, MediaSpec* spec);
+// A radio channel's label as the report writes it: "6 - 2437 MHz (bg)".
+// False unless it starts with a number, " - " and a frequency.
+bool ParseChannelLabel(const std::string& label, SWirelessChannel* channel);
 
 class AlarmWatch {
  public:
@@ -55,12 +60,13 @@ class AlarmWatch {
     double bytes;
   };
   struct Track {
-    std::string kind;  // "node" or "protocol"
+    std::string kind;  // "node", "protocol" or "channel"
     std::string name;  // as the user gave it
     std::string text;  // as the engine shows it
     bool seen = false;
     std::vector<Sample> series;
     MediaSpec key{};
+    SWirelessChannel channel{0, 0, 0};
     ComPtr<IZemoStatsTracker> packets, bytes;
   };
 
@@ -74,6 +80,7 @@ class AlarmWatch {
   bool LoadAlarms(const std::string& path, std::string* error);
   // kind: "node" (an address) or "protocol"; name as the user gave it.
   void AddTrack(std::string kind, const std::string& name, const MediaSpec& key);
+  void AddChannelTrack(const std::string& label, const SWirelessChannel& channel);
 
   // The server beside the context, with the alarms and the trackers.
   bool Start(IZemoStatsContext* context, std::string* error);

@@ -165,13 +165,17 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
   m_context->SetMediaSubType(m_medium.subType);
   m_context->SetLinkSpeed(linkSpeed);
 
-  // Every class the module serves and that is a statistic joins the context,
-  // under its class identifier. Classes not built yet fail creation and are
-  // passed over, and so are the classes that are no statistics.
+  // Every class the module serves and that is a statistic of the medium
+  // joins the context, under its class identifier. Classes not built yet
+  // fail creation and are passed over, and so are the classes that are no
+  // statistics.
   // The rolling window is made in the shape asked for, which its
   // interfaces cannot change.
+  // The statistics of radio channels join 802.11 captures only.
+  const bool wireless = m_medium.subType == MediumOfLinkType(link::kIeee80211).subType;
   for (const ClassInfo& row : ClassTable()) {
     if (row.clsid == CLSID_StatsContext) continue;
+    if (!wireless && (row.clsid == CLSID_WirelessChannelStats || row.clsid == CLSID_WirelessChannelStats2)) continue;
     ComPtr<IZemoStats> stats;
     HRESULT hr;
     if (row.clsid == CLSID_RollingNodeStats && m_window) {

@@ -289,6 +289,9 @@ std::unique_ptr<AlarmWatch> StartWatch(Analysis& analysis, const WatchOptions& o
     if (ParseAddress(node, &key)) watch->AddTrack("node", node, key);
   for (const std::string& protocol : options.protocols)
     if (ParseProtocol(protocol, &key)) watch->AddTrack("protocol", protocol, key);
+  SWirelessChannel channel{0, 0, 0};
+  for (const std::string& label : options.channels)
+    if (ParseChannelLabel(label, &channel)) watch->AddChannelTrack(label, channel);
   if (!watch->Start(analysis.Context(), error)) return nullptr;
   AlarmWatch* w = watch.get();
   analysis.OnSecond([w](ZemoTime now, bool jumped) { w->Tick(now, jumped); });

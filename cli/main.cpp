@@ -173,6 +173,19 @@ void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cl
                           "saves keep them")
       ->check(CLI::PositiveNumber)
       ->option_text("SECONDS");
+  command
+      ->add_option("--track-channel", watch.channels,
+                   "Print the packets and bytes of an 802.11 channel for each second, named by its label as the "
+                   "report's Channels section writes it (\"6 - 2437 MHz (bg)\"); repeatable")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            SWirelessChannel channel{};
+            return zemo::cli::ParseChannelLabel(text, &channel)
+                       ? std::string()
+                       : "not a channel label such as \"6 - 2437 MHz (bg)\": " + text;
+          },
+          "LABEL", "LABEL"))
+      ->option_text("LABEL");
 }
 
 }  // namespace

@@ -10,11 +10,13 @@
 
 #include "cli/node_views.h"
 #include "cli/report.h"
+#include "cli/wireless_views.h"
 #include "engine/proto_specs.h"
 #include "frame/clsids.h"
 #include "platform/clock.h"
 #include "platform/strings.h"
 #include "tables/protocol_stats.h"
+#include "wireless/channel_naming.h"
 
 namespace zemo::cli {
 namespace {
@@ -282,6 +284,59 @@ struct ProtocolNode {
   int parent = -1;  // index of the nearest counted ancestor
   std::vector<int> children;
 };
+
+// An 802.11 capture's radio channels, with their signal and noise in dBm,
+// and its data rates over every channel.
+void WirelessSection(const Analysis& analysis, std::vector<ReportSection>& out) {
+  auto view = std::make_shared<WirelessView>();
+  if (!ReadWireless(analysis, view.get())) return;
+  ReportSection section{"wireless", "Radio", {}, {}};
+  ReportTable channels{"channels", "Channels", "signal and noise in dBm: least, average power, greatest", {},
+                       view->channels.size(), nullptr, 0, "none", -1};
+  channels.columns = {{"channel", "Channel", Unit::kText},
+                      {"number", "Number", Unit::kCount, true},
+                      {"frequency_mhz", "MHz", Unit::kCount, true},
+                      {"band", "Band", Unit::kCount, true},
+                      {"packets", "Packets", Unit::kCount},
+                      {"bytes", "Bytes", Unit::kBytes},
+                      {"share", "Share", Unit::kPercent},
+                      {"signal_min_dbm", "Signal min", Unit::kNumber},
+                      {"signal_avg_dbm", "avg", Unit::kNumber},
+                      {"signal_max_dbm", "max", Unit::kNumber},
+                      {"noise_min_dbm", "Noise min", Unit::kNumber},
+                      {"noise_avg_dbm", "avg", Unit::kNumber},
+                      {"noise_max_dbm", "max", Unit::kNumber}};
+  channels.row = [view](size_t i, std::vector<Cell>& cells) {
+    const ChannelView& c = view->channels[i];
+    auto dbm = [](const auto& v) { return v ? Cell(double(*v)) : Cell(); };
+    // A number below 0 is no channel number the radio told.
+    const Cell number = c.channel.Channel > 0 ? Cell(uint64_t(c.channel.Channel)) : Cell();
+    cells = {c.label,           number,
+             uint64_t{c.channel.Frequency}, uint64_t{c.channel.Band},
+             c.packets,         c.bytes,
+             Share(c.packets, view->packets), dbm(c.signal.min),
+             dbm(c.signal.average), dbm(c.signal.max),
+             dbm(c.noise.min),  dbm(c.noise.average),
+             dbm(c.noise.max)};
+  };
+  ReportTable rates{"data_rates", "Data rates", "over every channel", {}, view->rates.size(), nullptr, 0, "none", -1};
+  rates.columns = {{"rate", "Rate", Unit::kText},
+                   {"mbit_s", "Mbit/s", Unit::kNumber, true},
+                   {"half_megabits", "Half Mbit/s", Unit::kCount, true},
+                   {"packets", "Packets", Unit::kCount},
+                   {"bytes", "Bytes", Unit::kBytes},
+                   {"share", "Share", Unit::kPercent}};
+  rates.row = [view](size_t i, std::vector<Cell>& cells) {
+    const DataRateView& r = view->rates[i];
+    const std::string text = r.halfMegabits ? FormatDataRate(r.halfMegabits) + " Mbit/s" : "unknown";
+    cells = {text,      r.halfMegabits / 2.0, uint64_t{r.halfMegabits}, r.packets, r.bytes,
+             Share(r.packets, view->packets)};
+  };
+  section.tables.push_back(std::move(channels));
+  section.tables.push_back(std::move(rates));
+  out.push_back(std::move(section));
+}
+
 
 // The protocols by identifier as a tree: each protocol under its parent in
 // the protocol tree, or under the nearest ancestor with packets when its
@@ -763,6 +818,7 @@ std::vector<ReportSection> GatherReport(const Analysis& analysis, const CaptureI
   out.push_back(CaptureSection(analysis, info));
   SizesAndErrors(analysis, out);
   TrafficSection(analysis, out);
+  WirelessSection(analysis, out);
   HierarchySection(analysis, totals, out);
   NodeSections(analysis, totals, options, out);
   ProtocolAndConversationSections(analysis, totals, options, out);

@@ -64,10 +64,17 @@ bool SaveStreamFile(const std::string& path, const std::function<HRESULT(IStream
       error);
 }
 
+// A statistic whose XML interfaces are there in name only answers
+// E_NOTIMPL, even to a delta save after everything, which writes little.
 bool HasXmlForm(IZemoStats* stats) {
+  ComPtr<IPersistXmlDeltas> deltas;
+  if (SUCCEEDED(stats->QueryInterface(IPersistXmlDeltas::iid, deltas.OutVoid()))) {
+    ComPtr<IXMLDOMDocument> scratch = CreateXmlDocument();
+    ZemoTime afterAll = ~ZemoTime{0};
+    return deltas->SaveDeltas(scratch.Get(), scratch.Get(), &afterAll) != E_NOTIMPL;
+  }
   ComPtr<IUnknown> p;
-  return SUCCEEDED(stats->QueryInterface(IPersistXmlDeltas::iid, p.OutVoid())) ||
-         SUCCEEDED(stats->QueryInterface(IPersistXml::iid, p.OutVoid()));
+  return SUCCEEDED(stats->QueryInterface(IPersistXml::iid, p.OutVoid()));
 }
 
 // A statistic taken out of the context for an XML save, with its state.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "engine/ieee80211_header.h"
 #include "engine/proto_specs.h"
+#include "engine/radio_reading.h"
 #include "engine/spec_values.h"
 
 namespace zemo {
@@ -27,6 +29,8 @@ struct Frame {
   bool wireless = false;
   bool fragment = false;   // within the first fragment of a datagram: lengths above IP cover more than it
   bool foreign = false;    // not the protocol its link type names
+  bool dataPad = false;     // the radio padded the 802.11 header to 4 bytes
+  uint32_t frameStart = 0;  // behind a radio header: where the packet's data starts
   int depth = 0;
 
   bool Has(uint32_t off, uint32_t n) const { return uint64_t(off) + n <= cap; }
@@ -457,28 +461,6 @@ void Ethernet(Frame& f, uint32_t off, uint32_t end) {
 
 // --- 802.11 ---
 
-// The channel number of a centre frequency in MHz; 0 if none.
-int16_t ChannelOfFrequency(uint32_t mhz) {
-  if (mhz == 2484) return 14;
-  if (mhz >= 2412 && mhz < 2484) return static_cast<int16_t>((mhz - 2407) / 5);
-  if (mhz >= 5000 && mhz <= 5900) return static_cast<int16_t>((mhz - 5000) / 5);
-  if (mhz >= 4910 && mhz < 5000) return static_cast<int16_t>((mhz - 4000) / 5);
-  return 0;
-}
-
-uint32_t FrequencyOfChannel(int32_t channel) {
-  if (channel == 14) return 2484;
-  if (channel >= 1 && channel < 14) return 2407 + 5 * uint32_t(channel);
-  if (channel >= 32 && channel <= 180) return 5000 + 5 * uint32_t(channel);
-  return 0;
-}
-
-// Band codes: 2 b, 3 a, 4 bg.
-uint32_t BandOfFrequency(uint32_t mhz) { return mhz >= 4900 ? 3 : 4; }
-
-// A dBm reading as a share of the range from -100 dBm (0 %) to -50 dBm (100 %).
-BYTE PercentOfDbm(int dbm) { return static_cast<BYTE>(std::clamp(2 * (dbm + 100), 0, 100)); }
-
 // The transmitter and receiver are a conversation of their own only where
 // they are not the frame's source and destination (it crossed a
 // distribution system, or has no source or destination); otherwise the frame
@@ -492,177 +474,81 @@ void HopPair(Packet& p) {
   p.RemoveAddress(PacketAddress::kWirelessReceiver);
   p.RemoveAddress(PacketAddress::kWirelessTransmitter);
 }
-
 void Ieee80211(Frame& f, uint32_t off, uint32_t end) {
   f.wireless = true;
   f.p.SetWireless(true);
   if (f.Beyond(off, end)) return;
-  if (!f.Has(off, 2)) {
+  const Ieee80211Header h = ReadIeee80211Header(f.d + off, f.cap > off ? f.cap - off : 0, f.dataPad);
+  if (!h.present) {
     f.Layer(proto::kIeee80211, off, 2, end);
     return;
   }
-  uint8_t fc0 = f.U8(off), fc1 = f.U8(off + 1);
-  if (fc0 & 3) f.faults |= kFaultBadVersion;
-  uint8_t type = (fc0 >> 2) & 3, subtype = fc0 >> 4;
-  uint16_t kind = proto::ByIeee80211Type(type, subtype);
-  f.p.SetFrameProtoSpecId(kind);
-  if (type < 3) f.p.SetPacketClass(type + 1);
-  if (fc1 & 0x40) f.flags |= 0x4;
-  bool toDs = fc1 & 1, fromDs = fc1 & 2;
+  if (h.version != 0) f.faults |= kFaultBadVersion;
+  const uint16_t kind = h.kind;
+  const uint32_t header = h.headerLength;
+  f.p.SetFrameProtoSpecId(h.frameKind);
+  if (h.packetClass) f.p.SetPacketClass(h.packetClass);
+  if (h.isProtected) f.flags |= 0x4;
+  f.p.SetSecurity(h.encryption, h.encryption, h.authentication);
+  if (h.haveKeyIndex) f.p.SetWEPKeyIndex(h.keyIndex);
 
   constexpr uint8_t kW = specs::kTypePhysical13;
-  const uint32_t a1 = off + 4, a2 = off + 10, a3 = off + 16, a4 = off + 24;
-  auto has = [&](uint32_t at) { return f.Has(at, 6); };
+  auto has = [&](uint32_t at) { return f.Has(off + at, 6); };
   auto set = [&](PacketAddress which, uint32_t at) {
-    if (has(at)) f.SetIfAbsent(which, Mac(f, at, kW));
+    if (at && has(at)) f.SetIfAbsent(which, Mac(f, off + at, kW));
   };
-  uint32_t header = 24;
-  uint32_t destination = 0;  // offset of the address that decides broadcast
-  if (type == 1) {
-    // Control frames carry a receiver, most a transmitter, none a third address.
-    bool twoAddresses = kind != proto::kWlanCts && kind != proto::kWlanAck;
-    header = twoAddresses ? 16 : 10;
-    set(PacketAddress::kWirelessReceiver, a1);
-    if (kind == proto::kWlanPsPoll) {
-      set(PacketAddress::kBssid, a1);
-    } else {
-      set(PacketAddress::kPhysicalDestination, a1);
-      destination = a1;
-    }
-    if (twoAddresses) {
-      set(PacketAddress::kWirelessTransmitter, a2);
-      if (kind == proto::kWlanCfEnd || kind == proto::kWlanCfEndAck)
-        set(PacketAddress::kBssid, a2);
-      else
-        set(PacketAddress::kPhysicalSource, a2);
-    }
-  } else {
-    set(PacketAddress::kWirelessReceiver, a1);
-    set(PacketAddress::kWirelessTransmitter, a2);
-    // Source, destination and BSSID by the distribution-system bits.
-    uint32_t da = a1, sa = a2, bssid = a3;
-    if (type == 2) {
-      if (toDs && fromDs) {
-        header += 6;
-        da = a3, sa = a4, bssid = 0;
-      } else if (toDs) {
-        bssid = a1, sa = a2, da = a3;
-      } else if (fromDs) {
-        da = a1, bssid = a2, sa = a3;
-      }
-      if (subtype & 0x8) header += 2 + ((fc1 & 0x80) ? 4 : 0);  // QoS control, HT control
-    } else if (fc1 & 0x80) {
-      header += 4;  // HT control of a management frame
-    }
-    set(PacketAddress::kPhysicalSource, sa);
-    set(PacketAddress::kPhysicalDestination, da);
-    if (bssid) set(PacketAddress::kBssid, bssid);
-    destination = da;
-  }
-  if (destination && has(destination)) f.LinkGroup(destination);
+  set(PacketAddress::kWirelessReceiver, h.receiver);
+  set(PacketAddress::kWirelessTransmitter, h.transmitter);
+  set(PacketAddress::kPhysicalSource, h.source);
+  set(PacketAddress::kPhysicalDestination, h.destination);
+  set(PacketAddress::kBssid, h.bssid);
+  const uint32_t destination = h.destination;  // the address that decides broadcast
+  if (destination && has(destination)) f.LinkGroup(off + destination);
   HopPair(f.p);
 
   f.Layer(proto::kIeee80211, off, header, end);
   if (kind != kNone) f.Layer(kind, off, header, end);
-  // Only unprotected data frames that carry data go on to LLC.
-  if (type != 2 || (subtype & 0x4) || (fc1 & 0x40)) return;
-  if (!f.Has(off, header)) return;
-  if (end > off + header) Llc(f, off + header, end);
+  if (!h.llc || !f.Has(off, header)) return;
+  if (end > off + h.llc) Llc(f, off + h.llc, end);
 }
 
-void Radiotap(Frame& f, uint32_t off, uint32_t end) {
-  f.wireless = true;
-  f.p.SetWireless(true);
-  if (!f.Has(off, 8)) {
-    f.Layer(proto::kRadiotap, off, 8, end);
-    return;
-  }
-  uint32_t length = f.Le16(off + 2);
-  f.Layer(proto::kRadiotap, off, length, end);
-  if (f.U8(off) != 0) f.faults |= kFaultBadVersion;
-  if (f.U8(off) != 0 || length < 8 || !f.Has(off, length)) return;
-  uint32_t present = f.Le32(off + 4);
-  uint32_t limit = off + length;
-  // Further presence words follow while bit 31 is set; the fields come after them.
-  uint32_t at = off + 8;
-  for (uint32_t word = present; word & 0x80000000u; at += 4) {
-    if (at + 4 > limit) return;
-    word = f.Le32(at);
-  }
-  // Fields in bit order, each aligned to its own size from the header's start.
-  bool fcs = false, badFcs = false;
-  SWirelessChannel channel{0, 0, 0};
-  bool haveChannel = false;
-  int8_t signal = kNoDbmReading, noise = kNoDbmReading;
-  USHORT rate = 0;
-  struct FieldShape {
-    uint8_t align, size;
-  };
-  static constexpr FieldShape kShapes[] = {{8, 8}, {1, 1}, {1, 1}, {2, 4}, {2, 2}, {1, 1}, {1, 1}};
-  for (uint32_t bit = 0; bit < std::size(kShapes); ++bit) {
-    if (!(present & (1u << bit))) continue;
-    const FieldShape& shape = kShapes[bit];
-    at = off + ((at - off + shape.align - 1) & ~uint32_t(shape.align - 1));
-    if (at + shape.size > limit) break;
-    switch (bit) {
-      case 1:
-        fcs = f.U8(at) & 0x10;
-        badFcs = f.U8(at) & 0x40;
-        break;
-      case 2: rate = f.U8(at); break;
-      case 3: {
-        uint32_t mhz = f.Le16(at);
-        uint16_t bits = f.Le16(at + 2);
-        uint32_t band = BandOfFrequency(mhz);
-        if (bits & 0x0100) band = 3;
-        else if (bits & 0x0080) band = (bits & 0x0440) ? 4 : (bits & 0x0020) ? 2 : 4;
-        channel = {ChannelOfFrequency(mhz), mhz, band};
-        haveChannel = true;
-        break;
-      }
-      case 5: signal = static_cast<int8_t>(f.U8(at)); break;
-      case 6: noise = static_cast<int8_t>(f.U8(at)); break;
-      default: break;
-    }
-    at += shape.size;
-  }
-  if (haveChannel) f.p.SetChannel(channel);
-  f.p.SetDataRate(rate);
-  if (signal != kNoDbmReading) f.p.SetSignal(PercentOfDbm(signal), signal);
-  if (noise != kNoDbmReading) f.p.SetNoise(PercentOfDbm(noise), noise);
-  if (badFcs) f.status |= kPacketStatusCrc;
+// A radio header before an 802.11 frame (or, behind PPI, another link):
+// its readings go to the packet, whose data then starts at the frame.
+void RadioHeader(Frame& f, uint16_t id, const RadioReading& r, uint32_t end) {
+  const bool wlan = r.payloadLinkType == link::kIeee80211;
+  f.wireless = wlan;
+  f.p.SetWireless(wlan);
+  f.Layer(id, 0, r.headerLength, end);
+  if (r.badVersion) f.faults |= kFaultBadVersion;
+  f.frameStart = r.headerLength;
+  f.p.SetChannel(r.channel);
+  f.p.SetDataRate(r.rate);
+  if (r.signalDbm != kNoDbmReading) f.p.SetSignal(PercentOfDbm(r.signalDbm), r.signalDbm);
+  if (r.noiseDbm != kNoDbmReading) f.p.SetNoise(PercentOfDbm(r.noiseDbm), r.noiseDbm);
+  if (r.badFcs) f.status |= kPacketStatusCrc;
+  if (!r.known) return;
+  f.dataPad = r.dataPad;
   // The frame check sequence is no part of the 802.11 frame's payload.
-  uint32_t frameEnd = fcs && end >= limit + 4 ? end - 4 : end;
-  Ieee80211(f, limit, frameEnd);
+  const uint32_t frameEnd = r.fcs && end >= r.headerLength + 4 ? end - 4 : end;
+  switch (r.payloadLinkType) {
+    case link::kIeee80211: Ieee80211(f, r.headerLength, frameEnd); return;
+    case link::kEthernet: Ethernet(f, r.headerLength, frameEnd); return;
+    default: return;
+  }
 }
 
-void Prism(Frame& f, uint32_t off, uint32_t end) {
-  f.wireless = true;
-  f.p.SetWireless(true);
-  if (!f.Has(off, 8)) {
-    f.Layer(proto::kPrism, off, 144, end);
-    return;
-  }
-  uint32_t length = f.Le32(off + 4);
-  f.Layer(proto::kPrism, off, length, end);
-  if (length < 24 || !f.Has(off, length)) return;
-  // Items of 12 bytes from offset 24: identifier, status (0: supplied), length, value.
-  auto item = [&](uint32_t index, int32_t* value) {
-    uint32_t at = off + 24 + 12 * index;
-    if (at + 12 > off + length || f.Le16(at + 4) != 0) return false;
-    *value = static_cast<int32_t>(f.Le32(at + 8));
-    return true;
-  };
-  int32_t v;
-  if (item(2, &v) && v > 0 && v < 200) {
-    uint32_t mhz = FrequencyOfChannel(v);
-    f.p.SetChannel({static_cast<int16_t>(v), mhz, mhz ? BandOfFrequency(mhz) : 0});
-  }
-  if (item(5, &v) && v >= -120 && v < 0) f.p.SetSignal(PercentOfDbm(v), static_cast<int8_t>(v));
-  if (item(6, &v) && v >= -120 && v < 0) f.p.SetNoise(PercentOfDbm(v), static_cast<int8_t>(v));
-  if (item(7, &v) && v > 0 && v < 0x10000) f.p.SetDataRate(static_cast<USHORT>(v));
-  Ieee80211(f, off + length, end);
+void Radiotap(Frame& f, uint32_t end) { RadioHeader(f, proto::kRadiotap, ReadRadiotap(f.d, f.cap), end); }
+
+// Some drivers write an AVS header under the prism link type.
+void Prism(Frame& f, uint32_t end) {
+  if (LooksLikeAvs(f.d, f.cap))
+    RadioHeader(f, proto::kAvs, ReadAvs(f.d, f.cap), end);
+  else
+    RadioHeader(f, proto::kPrism, ReadPrism(f.d, f.cap), end);
 }
+
+void Avs(Frame& f, uint32_t end) { RadioHeader(f, proto::kAvs, ReadAvs(f.d, f.cap), end); }
+void Ppi(Frame& f, uint32_t end) { RadioHeader(f, proto::kPpi, ReadPpi(f.d, f.cap), end); }
 
 // --- capture headers ---
 
@@ -747,6 +633,8 @@ LinkMedium MediumOfLinkType(uint32_t linkType) noexcept {
     case link::kIeee80211:
     case link::kRadiotap:
     case link::kPrism:
+    case link::kAvs:
+    case link::kPpi:
       return {0, 3};
     default:
       return {0, 0};
@@ -765,6 +653,8 @@ bool IsKnownLinkType(uint32_t linkType) noexcept {
     case link::kLinuxSll:
     case link::kPrism:
     case link::kRadiotap:
+    case link::kAvs:
+    case link::kPpi:
     case link::kIpv4:
     case link::kIpv6:
     case link::kLinuxSll2:
@@ -799,9 +689,14 @@ uint32_t FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t capt
     case link::kIpv6: OnlyIp(f, 6, end); break;
     case link::kNull: Loopback(f, 0, end, false); break;
     case link::kLoop: Loopback(f, 0, end, true); break;
-    case link::kIeee80211: Ieee80211(f, 0, end); break;
-    case link::kRadiotap: Radiotap(f, 0, end); break;
-    case link::kPrism: Prism(f, 0, end); break;
+    case link::kIeee80211:
+      packet.SetChannel(kUnknownChannel);
+      Ieee80211(f, 0, end);
+      break;
+    case link::kRadiotap: Radiotap(f, end); break;
+    case link::kPrism: Prism(f, end); break;
+    case link::kAvs: Avs(f, end); break;
+    case link::kPpi: Ppi(f, end); break;
     default: return faults | kFaultUnknownLink;
   }
   if (f.proto != kNone) {
@@ -812,6 +707,9 @@ uint32_t FrameDecoder::Decode(Packet& packet, const uint8_t* data, uint32_t capt
   packet.SetStatus(f.status);
   if (f.status) packet.SetError(true);
   if (f.wireless) packet.SetWirelessMediaInfo();
+  // Behind a radio header the statistics read the frame itself; the
+  // header's readings are in the media block.
+  if (f.frameStart) packet.SetData(data + f.frameStart, captureLength - f.frameStart);
   if (f.status & kPacketStatusFrame) faults |= kFaultMalformed;
   if (f.foreign) faults |= kFaultForeign;
   return faults | f.faults;

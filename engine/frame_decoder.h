@@ -24,9 +24,14 @@
 //   layer report per protocol, outermost first;
 // - broadcast and multicast from the link destination (from the IP
 //   destination when the link has no addresses);
-// - on 802.11: radio readings from radiotap or prism, frame kind, packet
-//   class (1 management, 2 control, 3 data), flag 0x4 for a protected frame,
-//   and a CRC error for a frame radiotap marks with a bad FCS.
+// - on 802.11: radio readings (channel, rate, signal, noise) from radiotap,
+//   prism, AVS or PPI in the media block, frame kind, packet class (1
+//   management, 2 control, 3 data), flag 0x4 for a protected frame, its
+//   cipher and key index, the EAP method of an EAPOL or authentication
+//   frame, and a CRC error for a frame its radio marks with a bad FCS. Behind
+//   a radio header the packet's data and capture length are those of the
+//   802.11 frame (the wire length stays the whole record's); layer offsets
+//   count from the record's start.
 #pragma once
 
 #include <cstdint>
@@ -47,6 +52,8 @@ inline constexpr uint32_t kLoop = 108;        // OpenBSD loopback, family in net
 inline constexpr uint32_t kLinuxSll = 113;
 inline constexpr uint32_t kPrism = 119;
 inline constexpr uint32_t kRadiotap = 127;
+inline constexpr uint32_t kAvs = 163;
+inline constexpr uint32_t kPpi = 192;
 inline constexpr uint32_t kIpv4 = 228;
 inline constexpr uint32_t kIpv6 = 229;
 inline constexpr uint32_t kLinuxSll2 = 276;
@@ -57,7 +64,7 @@ inline constexpr uint32_t kLinuxSll2 = 276;
 //
 //   Ethernet, Linux cooked (v1, v2), raw IP, BSD loopback,
 //   and every link type the decoder does not know ....... media type 0, subtype 0 (802.3)
-//   802.11, with or without radiotap or prism ........... media type 0, subtype 3 (802.11)
+//   802.11, bare or behind radiotap, prism, AVS or PPI .. media type 0, subtype 3 (802.11)
 //
 // Unknown link types get the 802.3 medium so that totals, sizes, history and
 // errors still count.

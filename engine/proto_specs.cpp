@@ -43,6 +43,8 @@ constexpr Row kRows[] = {
     {kLoopback, kNone, u"BSD loopback"},
     {kRadiotap, kNone, u"Radiotap"},
     {kPrism, kNone, u"Prism"},
+    {kAvs, kNone, u"AVS"},
+    {kPpi, kNone, u"PPI"},
     {kPpp, kPppoeSession, u"PPP"},
     {kIsl, kNone, u"Cisco ISL"},
 

@@ -54,6 +54,8 @@ inline constexpr uint16_t kLinuxCooked2 = 0x0031;
 inline constexpr uint16_t kLoopback = 0x0032;
 inline constexpr uint16_t kRadiotap = 0x0033;
 inline constexpr uint16_t kPrism = 0x0034;
+inline constexpr uint16_t kAvs = 0x0037;  // the AVS radio header of linux-wlan-ng
+inline constexpr uint16_t kPpi = 0x0038;  // per-packet information
 inline constexpr uint16_t kPpp = 0x0035;  // the PPP of a PPPoE session
 inline constexpr uint16_t kIsl = 0x0036;  // Cisco's trunk header before a whole frame
 

@@ -29,6 +29,9 @@
 #include "tables/node_stats_hierarchy.h"
 #include "tables/protocol_stats.h"
 #include "tables/rolling_node_stats.h"
+#include "wireless/wireless_channel_stats.h"
+#include "wireless/wireless_channel_stats2.h"
+#include "wireless/wireless_channel_stats_tracker.h"
 
 namespace zemo {
 namespace {
@@ -64,9 +67,9 @@ const ClassInfo kClasses[] = {
     {u"SummaryStatsTracker", CLSID_SummaryStatsTracker, false, &CreateClass<SummaryStatsTracker>, {&IID_IZemoStatsTracker, &IID_ISummaryStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"SummaryStatsUpdater", CLSID_SummaryStatsUpdater, false, &CreateClass<SummaryStatsUpdater>, {&IID_IStatsUpdater}},
     {u"TupleTable", CLSID_TupleTable, false, &CreateClass<TupleTable>, {&IID_ITupleTable, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IID_ISelectableObject}},
-    {u"WirelessChannelStats", CLSID_WirelessChannelStats, false, nullptr, {&IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory}},
-    {u"WirelessChannelStats2", CLSID_WirelessChannelStats2, false, nullptr, {&IID_IWirelessChannelStats2, &IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
-    {u"WirelessChannelStatsTracker", CLSID_WirelessChannelStatsTracker, false, nullptr, {&IID_IZemoStatsTracker, &IID_IWirelessChannelStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
+    {u"WirelessChannelStats", CLSID_WirelessChannelStats, false, &CreateClass<WirelessChannelStats>, {&IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory}},
+    {u"WirelessChannelStats2", CLSID_WirelessChannelStats2, false, &CreateClass<WirelessChannelStats2>, {&IID_IWirelessChannelStats2, &IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
+    {u"WirelessChannelStatsTracker", CLSID_WirelessChannelStatsTracker, false, &CreateClass<WirelessChannelStatsTracker>, {&IID_IZemoStatsTracker, &IID_IWirelessChannelStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
     {u"WirelessNodeAssociationTable", CLSID_WirelessNodeAssociationTable, false, nullptr, {&IID_IWirelessNodeAssociationTable, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
     {u"WirelessNodeStats", CLSID_WirelessNodeStats, false, nullptr, {&IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid}},
     {u"WirelessNodeStats2", CLSID_WirelessNodeStats2, false, nullptr, {&IID_IWirelessNodeStats2, &IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},

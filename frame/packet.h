@@ -51,6 +51,21 @@ struct IPacketAddresses : IUnknown {
 // dBm readings of -127 mean that there is no reading.
 inline constexpr int8_t kNoDbmReading = -127;
 
+// The values of GetTransmitEncryption and GetReceiveEncryption: the cipher
+// of a protected frame as its security header names it. They rise with the
+// strength of the cipher, since a node keeps the greatest it was seen with.
+inline constexpr LONG kEncryptionNone = 0;
+inline constexpr LONG kEncryptionWep = 1;
+inline constexpr LONG kEncryptionCkip = 2;
+inline constexpr LONG kEncryptionTkip = 3;
+inline constexpr LONG kEncryptionCcmp = 4;
+// The values of GetAuthentication: the EAP method a frame carries.
+inline constexpr LONG kAuthenticationNone = 0;
+inline constexpr LONG kAuthenticationEap = 1;
+inline constexpr LONG kAuthenticationLeap = 2;
+inline constexpr LONG kAuthenticationPeap = 3;
+inline constexpr LONG kAuthenticationEapTls = 4;
+
 struct IWirelessPacket : IUnknown {
   static constexpr IID iid = MakeGuid("3C5E607D-758B-4F37-9FA0-8E28C5FE6C0A");
   virtual HRESULT GetChannel(SWirelessChannel* channel) = 0;

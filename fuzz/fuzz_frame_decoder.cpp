@@ -14,7 +14,7 @@ constexpr uint32_t kLinkTypes[] = {
     zemo::link::kNull,     zemo::link::kEthernet, zemo::link::kRaw,       zemo::link::kRawOpenBsd,
     zemo::link::kRawLinkType, zemo::link::kIeee80211, zemo::link::kLoop,  zemo::link::kLinuxSll,
     zemo::link::kPrism,    zemo::link::kRadiotap, zemo::link::kIpv4,      zemo::link::kIpv6,
-    zemo::link::kLinuxSll2, 258,
+    zemo::link::kLinuxSll2, 258,                  zemo::link::kAvs,       zemo::link::kPpi,
 };
 
 }  // namespace
@@ -39,8 +39,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ULONG id = 0;
   packet->GetProtoSpecId(&id);
   if (count ? id != layers[count - 1].ProtoSpecId : id != 0xFFFF) std::abort();
+  // The packet's bytes lie within the frame: all of it, or behind a radio
+  // header the 802.11 frame.
   USHORT length = 0;
+  const BYTE* bytes = nullptr;
   packet->GetCaptureLength(&length);
-  if (length != (captured > 0xFFFF ? 0xFFFF : captured)) std::abort();
+  packet->GetPacketData(&bytes);
+  if (captured == 0) return 0;
+  if (bytes < frame.data() || bytes + length > frame.data() + captured) std::abort();
+  if (bytes == frame.data() && length != (captured > 0xFFFF ? 0xFFFF : captured)) std::abort();
   return 0;
 }

@@ -25,6 +25,17 @@ class CEntityMemo {
   static constexpr uint32_t kNone = 0xFFFFFFFFu;
   static constexpr uint32_t kSlots = 256;
 
+  // The words of a 24-byte field that keep its first `length` bytes, by length.
+  static constexpr auto kWordMasks = [] {
+    std::array<std::array<uint64_t, 3>, 25> masks{};
+    for (uint32_t length = 0; length <= 24; ++length)
+      for (uint32_t i = 0; i < 3; ++i) {
+        const uint32_t bytes = length > 8 * i ? length - 8 * i : 0;
+        masks[length][i] = bytes >= 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * bytes)) - 1;
+      }
+    return masks;
+  }();
+
   // A value as the memo compares it: its sub-table and its bytes, zero
   // behind its length.
   struct Key {
@@ -40,10 +51,10 @@ class CEntityMemo {
     static Key OfField(uint32_t n, const uint8_t (&data)[24], uint32_t length) noexcept {
       Key key(n, data, 0);
       std::memcpy(key.words, data, sizeof key.words);
-      for (uint32_t i = 0; i < 3; ++i) {
-        const uint32_t bytes = length > 8 * i ? length - 8 * i : 0;
-        key.words[i] &= bytes >= 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * bytes)) - 1;
-      }
+      const auto& mask = kWordMasks[length < 24 ? length : 24];
+      key.words[0] &= mask[0];
+      key.words[1] &= mask[1];
+      key.words[2] &= mask[2];
       return key;
     }
 

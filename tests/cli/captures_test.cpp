@@ -154,7 +154,9 @@ TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
     if (FileExists(documents.File(std::to_string(i) + ".json"))) written.push_back(documents.File(std::to_string(i) + ".json"));
   EXPECT_GT(written.size(), files.size() / 2);
   std::optional<std::string> problems = SchemaProblems(written, documents.Path());
-  if (!problems && std::getenv("ZEMO_REQUIRE_PEERS")) ADD_FAILURE() << "python3-jsonschema is missing";
+  if (!problems && std::getenv("ZEMO_REQUIRE_PEERS")) {
+    ADD_FAILURE() << "python3-jsonschema is missing";
+  }
   if (problems) {
     EXPECT_EQ("", problems->substr(0, 4000)) << "documents that break cli/zemostats.schema.json";
   }

@@ -417,8 +417,8 @@ TEST(Peers, TheProtocolHierarchyCountsWhatTsharksIoPhsCounts) {
     }
     RunResult r = RunZemostats({"analyze", "--json", path});
     ASSERT_EQ(0, r.exitCode) << r.err;
-    const json doc = json::parse(r.out);
-    for (const json& row : doc["report"]["protocol_hierarchy"]["rows"])
+    const json document = json::parse(r.out);
+    for (const json& row : document["report"]["protocol_hierarchy"]["rows"])
       for (const auto& [theirName, ourName] : names)
         if (row["protocol"] == ourName) ours[ourName] += row["packets"].get<uint64_t>();
     EXPECT_FALSE(theirs.empty());

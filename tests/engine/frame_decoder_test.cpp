@@ -139,11 +139,19 @@ void CheckEveryCut(uint32_t linkType, const Bytes& frame, const Yield& yield) {
         EXPECT_TRUE(specs::Equal(*expected, *got)) << "address " << int(which);
       }
     }
+    // The packet's bytes are the frame's, or behind a radio header those
+    // of the 802.11 frame.
     USHORT length = 0, captured = 0;
+    const BYTE* data = nullptr;
     packet->GetPacketLength(&length);
     packet->GetCaptureLength(&captured);
+    packet->GetPacketData(&data);
     EXPECT_EQ(frame.size(), length);
-    EXPECT_EQ(n, captured);
+    const size_t skipped = n ? size_t(data - cut.data()) : 0;
+    EXPECT_EQ(n, skipped + captured);
+    if (linkType != link::kRadiotap && linkType != link::kPrism) {
+      EXPECT_EQ(0u, skipped);
+    }
   }
 }
 

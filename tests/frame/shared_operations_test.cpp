@@ -34,9 +34,9 @@ class BrokenPath final : public zemo::Object<BrokenPath, ISelectParams> {
 // The classes whose stream size grows with what they have seen, and the
 // alarm collection, whose stream is a document.
 const std::set<std::u16string> kSizeUnknown = {
-    u"AlarmCollection",  u"ConversationStats", u"EntityTable",   u"NodeStats",            u"NodeStatsHierarchy",
-    u"ProtocolStats",    u"ProtocolStatsByID", u"RollingNodeStats", u"StatsContext",       u"SummaryStats",
-    u"SummaryStatsSnapshot", u"TupleTable"};
+    u"AlarmCollection",      u"ConversationStats", u"EntityTable",      u"NodeStats",    u"NodeStatsHierarchy",
+    u"ProtocolStats",        u"ProtocolStatsByID", u"RollingNodeStats", u"StatsContext", u"SummaryStats",
+    u"SummaryStatsSnapshot", u"TupleTable",        u"WirelessChannelStats", u"WirelessChannelStats2"};
 
 TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
   auto path = BrokenPath::Create();

@@ -1,0 +1,7 @@
+// Arbitrary bytes as an AVS header.
+#include "fuzz_radio_header.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  zemo::fuzz::FuzzRadioHeader(&zemo::ReadAvs, data, size);
+  return 0;
+}
