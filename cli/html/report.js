@@ -311,11 +311,12 @@
     const label = 0, packets = at((k) => k === 'packets');
     const signal = at((k) => /signal/.test(k) && /av/.test(k));
     if (packets < 0) return [renderTable(t)];
-    const datasets = [{ key: 'packets', label: 'Packets', yAxisID: 'y', backgroundColor: colours.bytes,
+    const datasets = [{ key: 'packets', label: 'Packets', yAxisID: 'y', backgroundColor: colours.bytes, order: 1,
                         data: t.rows.map((r) => Number(r[packets]) || 0) }];
     const scales = { y: { beginAtZero: true, title: { display: true, text: 'Packets' } } };
     if (signal >= 0 && t.rows.some((r) => typeof r[signal] === 'number')) {
       datasets.push({ key: 'signal', type: 'line', label: 'Average signal (dBm)', yAxisID: 'dbm', borderColor: colours.packets,
+                      order: 0, pointRadius: 5,
                       backgroundColor: colours.packets, data: t.rows.map((r) => (typeof r[signal] === 'number' ? r[signal] : null)) });
       scales.dbm = { position: 'right', grid: { drawOnChartArea: false }, title: { display: true, text: 'dBm' } };
     }
@@ -363,7 +364,11 @@
       box.append(...trafficChart(section));
     } else {
       for (const t of section.tables) {
-        if (charted[t.id] && t.rows.length) { box.append(...charted[t.id](t)); continue; }
+        if (charted[t.id] && t.rows.length) {
+          if (section.tables.length > 1) box.append(el('h3', { text: t.title }));
+          box.append(...charted[t.id](t));
+          continue;
+        }
         if (t.title !== section.title) box.append(el('h3', { text: t.title }));
         box.append(renderTable(t));
       }

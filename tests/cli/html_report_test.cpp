@@ -136,7 +136,7 @@ void CheckPage(const std::string& chromium, const std::string& capture, const st
 }
 
 // The bundled sample (its screenshot is the README's; ZEMO_SCREENSHOT=FILE
-// keeps it) and real captures of Ethernet and 802.11.
+// keeps it) and real captures of Ethernet and 802.11, one with signal readings.
 TEST(HtmlReport, PagesDrawEveryChartWithTheFiguresOfTheJsonDocument) {
   const std::string chromium = FindChromium();
   if (chromium.empty()) {
@@ -154,7 +154,7 @@ TEST(HtmlReport, PagesDrawEveryChartWithTheFiguresOfTheJsonDocument) {
   }
   const fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
   if (!fs::is_directory(root)) return;
-  for (const char* name : {"tcpdump/afs.pcap", "aircrack/wpa2-psk-linksys.cap"}) {
+  for (const char* name : {"tcpdump/afs.pcap", "aircrack/wpa2-psk-linksys.cap", "aircrack/zn2i.pcap"}) {
     SCOPED_TRACE(name);
     CheckPage(chromium, (root / name).string(), dir.File("capture.png"));
   }
