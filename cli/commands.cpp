@@ -16,6 +16,7 @@
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
 #include "cli/frame_ring.h"
+#include "cli/html_report.h"
 #include "cli/merged_source.h"
 #include "cli/node_views.h"
 #include "cli/report.h"
@@ -63,6 +64,8 @@ class SignalBreaks {
   explicit SignalBreaks(FrameSource* source) { g_live = source; }
   ~SignalBreaks() { g_live = nullptr; }
 };
+
+constexpr const char* kPageFailure = "cannot write the page";
 
 void Fail(const std::string& message) { std::fprintf(stderr, "zemostats: %s\n", message.c_str()); }
 
@@ -151,6 +154,10 @@ bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptio
     return false;
   }
   const std::vector<ReportSection> report = GatherReport(analysis, info, {output.top, output.sort}, watch);
+  if (!output.htmlFile.empty() && !WriteHtml(output.htmlFile, analysis, info, report, output.top, &error)) {
+    Fail(error);
+    return false;
+  }
   if (output.json) {
     WriteJson(stdout, analysis, info, report, watch);
   } else {
@@ -320,7 +327,8 @@ int Run(FrameSource& source, CaptureInfo& info, const OutputOptions& output, con
   // the packet path never waits for a file.
   if ((!save.file.empty() && !CheckSaveTarget(save.file, &error)) ||
       (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
-      (!output.csvDirectory.empty() && !EnsureDirectory(output.csvDirectory, &error))) {
+      (!output.csvDirectory.empty() && !EnsureDirectory(output.csvDirectory, &error)) ||
+      (!output.htmlFile.empty() && !CheckFileTarget(output.htmlFile, kPageFailure, &error))) {
     Fail(error);
     return 1;
   }
@@ -473,6 +481,7 @@ int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& outp
   if (!CheckSavedSeries(paths, &error) ||
       (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
       (!output.csvDirectory.empty() && !EnsureDirectory(output.csvDirectory, &error)) ||
+      (!output.htmlFile.empty() && !CheckFileTarget(output.htmlFile, kPageFailure, &error)) ||
       !analysis.StartFromSaves(paths, &error)) {
     Fail(error);
     return 1;

@@ -19,6 +19,7 @@ struct OutputOptions {
   bool json = false;
   std::string exportDirectory;  // empty: no export
   std::string csvDirectory;     // empty: no CSV files
+  std::string htmlFile;         // the report as a web page; empty: none
   size_t top = 10;
   SortBy sort = SortBy::kBytes;
   ColorMode color = ColorMode::kAuto;

@@ -65,6 +65,10 @@ void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
                       "(RFC 4180, times in ISO 8601), and the capture's facts as DIR/capture.csv; DIR is made if "
                       "missing")
       ->option_text("DIR");
+  command->add_option("--html", output.htmlFile,
+                      "Write the report as one web page with charts, FILE, that opens in a browser without the "
+                      "network")
+      ->option_text("FILE");
   command->add_option("--export", output.exportDirectory,
                       "Write each statistic's text export into DIR, made with the folders above it if missing")
       ->option_text("DIR");

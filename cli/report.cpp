@@ -504,23 +504,6 @@ void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
   t += "\n  ],\n";
 }
 
-// A cell of the report as JSON: numbers stay numbers (or strings beyond
-// what a double holds), times are ISO 8601, nothing is null.
-void AppendReportCell(std::string& out, Unit unit, const Cell& cell) {
-  if (std::holds_alternative<std::monostate>(cell)) {
-    out += "null";
-  } else if (const auto* text = std::get_if<std::string>(&cell)) {
-    AppendJsonString(out, std::string_view(*text));
-  } else if (const auto* whole = std::get_if<uint64_t>(&cell)) {
-    if (unit == Unit::kTime)
-      AppendTime(out, *whole);
-    else
-      AppendWhole(out, *whole);
-  } else {
-    AppendDouble(out, std::get<double>(cell));
-  }
-}
-
 // "report": each table of the report by its name, with its title and the
 // rows it shows; the columns drawn only for people are left out.
 void WriteReportJson(JsonOut& out, const std::vector<ReportSection>& report) {
@@ -558,6 +541,28 @@ void WriteReportJson(JsonOut& out, const std::vector<ReportSection>& report) {
       t += "\n    }";
     }
   t += first ? "},\n" : "\n  },\n";
+}
+
+// Whether a column of a statistic's table holds times: FirstTime, LastTime.
+bool IsTimeColumn(std::string_view name) { return name.size() > 4 && name.ends_with("Time"); }
+
+}  // namespace
+
+// A cell of the report as JSON: numbers stay numbers (or strings beyond
+// what a double holds), times are ISO 8601, nothing is null.
+void AppendReportCell(std::string& out, Unit unit, const Cell& cell) {
+  if (std::holds_alternative<std::monostate>(cell)) {
+    out += "null";
+  } else if (const auto* text = std::get_if<std::string>(&cell)) {
+    AppendJsonString(out, std::string_view(*text));
+  } else if (const auto* whole = std::get_if<uint64_t>(&cell)) {
+    if (unit == Unit::kTime)
+      AppendTime(out, *whole);
+    else
+      AppendWhole(out, *whole);
+  } else {
+    AppendDouble(out, std::get<double>(cell));
+  }
 }
 
 // The capture as the JSON document gives it.
@@ -612,11 +617,6 @@ Json CaptureJson(const Analysis& analysis, const CaptureInfo& info) {
   }
   return capture;
 }
-
-// Whether a column of a statistic's table holds times: FirstTime, LastTime.
-bool IsTimeColumn(std::string_view name) { return name.size() > 4 && name.ends_with("Time"); }
-
-}  // namespace
 
 Json JsonWhole(uint64_t value) {
   return value <= (uint64_t(1) << 53) ? Json(value) : Json(std::to_string(value));

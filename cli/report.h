@@ -120,6 +120,15 @@ void AppendJsonCell(std::string& out, const DataCellView& cell);
 nlohmann::ordered_json JsonWhole(uint64_t value);
 nlohmann::ordered_json JsonWhole(int64_t value);
 
+// A cell of the report as the JSON document holds it, appended to out:
+// numbers stay numbers (or strings beyond what a double holds), times are
+// ISO 8601, nothing is null.
+void AppendReportCell(std::string& out, Unit unit, const Cell& cell);
+// The capture as the JSON document gives it: "capture".
+nlohmann::ordered_json CaptureJson(const Analysis& analysis, const CaptureInfo& info);
+// A fact's value for people, as the report prints it: "356573 bytes (356 kB)".
+std::string FactText(const ReportFact& fact);
+
 // The version of the JSON document's form, its "schema"; the form is
 // described by cli/zemostats.schema.json.
 inline constexpr int kJsonSchemaVersion = 2;

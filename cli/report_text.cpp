@@ -52,23 +52,30 @@ std::string UnitText(Unit unit, const Cell& cell) {
   }
 }
 
+}  // namespace
+
+std::string FactText(const ReportFact& f) {
+  std::string value;
+  if (f.unit == Unit::kBytes && std::holds_alternative<uint64_t>(f.value)) {
+    const uint64_t bytes = std::get<uint64_t>(f.value);
+    value = std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+    if (bytes >= 10000) value += " (" + SizeText(bytes) + ")";
+  } else {
+    value = UnitText(f.unit, f.value);
+  }
+  // A number's detail is its unit; anything else's a remark.
+  const bool number = f.unit == Unit::kNumber || f.unit == Unit::kCount;
+  if (!f.detail.empty()) value += number ? " " + f.detail : " (" + f.detail + ")";
+  return value;
+}
+
+namespace {
+
 void PrintFacts(std::FILE* out, const std::vector<ReportFact>& facts) {
   size_t width = 0;
   for (const ReportFact& f : facts) width = std::max(width, f.title.size());
-  for (const ReportFact& f : facts) {
-    std::string value;
-    if (f.unit == Unit::kBytes && std::holds_alternative<uint64_t>(f.value)) {
-      const uint64_t bytes = std::get<uint64_t>(f.value);
-      value = std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-      if (bytes >= 10000) value += " (" + SizeText(bytes) + ")";
-    } else {
-      value = UnitText(f.unit, f.value);
-    }
-    // A number's detail is its unit; anything else's a remark.
-    const bool number = f.unit == Unit::kNumber || f.unit == Unit::kCount;
-    if (!f.detail.empty()) value += number ? " " + f.detail : " (" + f.detail + ")";
-    std::fprintf(out, "  %-*s  %s\n", static_cast<int>(width), f.title.c_str(), value.c_str());
-  }
+  for (const ReportFact& f : facts)
+    std::fprintf(out, "  %-*s  %s\n", static_cast<int>(width), f.title.c_str(), FactText(f).c_str());
 }
 
 void PrintTable(std::FILE* out, const ReportTable& table, const Style& style) {

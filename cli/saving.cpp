@@ -200,24 +200,28 @@ bool SaveContextFile(IZemoStatsContext* context, const std::string& path, std::v
   return SaveStreamFile(path, [&](IStream* stream) { return SaveObjectToStream(context, stream, FALSE); }, error);
 }
 
-bool CheckSaveTarget(const std::string& path, std::string* error) {
+bool CheckFileTarget(const std::string& path, const std::string& failure, std::string* error) {
   size_t slash = path.find_last_of('/');
   const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
   struct stat st {};
   if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-    *error = SaveFailure(path, "(it is a folder; name a file)");
+    *error = failure + " " + path + " (it is a folder; name a file)";
     return false;
   }
   if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    *error = SaveFailure(path, "(there is no folder " + folder + ")");
+    *error = failure + " " + path + " (there is no folder " + folder + ")";
     return false;
   }
   std::string why;
   if (!CanWriteIn(folder, &why)) {
-    *error = SaveFailure(path, "(" + why + ")");
+    *error = failure + " " + path + " (" + why + ")";
     return false;
   }
   return true;
+}
+
+bool CheckSaveTarget(const std::string& path, std::string* error) {
+  return CheckFileTarget(path, "cannot save the statistics context to", error);
 }
 
 namespace {

@@ -29,6 +29,9 @@ bool SaveContextFile(IZemoStatsContext* context, const std::string& path, std::v
 // Whether a save to path can be made at all (its folder is there), asked
 // before a run so that a long capture doesn't end in a save that fails.
 bool CheckSaveTarget(const std::string& path, std::string* error);
+// The same for any file the run writes at its end; the message starts with
+// failure ("cannot write the page to").
+bool CheckFileTarget(const std::string& path, const std::string& failure, std::string* error);
 
 // Whether the files can make one saved context, before any is loaded: no
 // capture file among them, and more than one only as a series that

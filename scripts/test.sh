@@ -8,8 +8,9 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 # tshark, capinfos, tcpdump and mergecap: the peers that the capture tests
-# compare with; python3-jsonschema validates the JSON document by its schema.
-scripts/setup.sh tshark tcpdump python3-jsonschema
+# compare with; python3-jsonschema validates the JSON document by its schema;
+# chromium opens the --html page headless.
+scripts/setup.sh tshark tcpdump python3-jsonschema chromium
 export ZEMO_REQUIRE_PEERS=1
 
 jobs=$(nproc)
