@@ -1,23 +1,11 @@
 #include "wireless/wireless_channel_stats2.h"
 
-#include <vector>
-
 #include "frame/clsids.h"
 #include "frame/engine_interfaces.h"
 #include "frame/task_memory.h"
+#include "wireless/adapter_facts.h"
 
 namespace zemo {
-namespace {
-
-// An array in task memory that the adapter handed out, freed with it.
-template <class T>
-struct TaskArray {
-  T* p = nullptr;
-  ULONG count = 0;
-  ~TaskArray() { CoTaskMemFree(p); }
-};
-
-}  // namespace
 
 ZemoWirelessChannelStat FirstGenerationStat(const ZemoWirelessChannelStatEntry2& e) {
   ZemoWirelessChannelStat s;
@@ -162,22 +150,14 @@ HRESULT WirelessChannelStats2::Reset() {
   Locked([&] { context = m_context; });
   if (!context) return E_FAIL;  // nothing to start from
   return Boundary([&]() -> HRESULT {
-    ComPtr<IAdapterInfo> adapter;
-    CheckHr(context->GetAdapterInfo(adapter.ReleaseAndGetAddressOf()));
-    ULONG mediaType = 0, mediaSubType = 0;
-    TaskArray<SWirelessChannel> channels;
-    TaskArray<ULONG> rates;
-    if (adapter) {
-      CheckHr(adapter->GetMediaType(&mediaType));
-      CheckHr(adapter->GetMediaSubType(&mediaSubType));
-      CheckHr(adapter->GetWirelessChannels(&channels.p, &channels.count));
-      CheckHr(adapter->GetDataRates(&rates.p, &rates.count));
-    }
+    AdapterFacts facts;
+    ReadAdapterFacts(context, facts);
     return Locked([&] {
-      if (!adapter)
+      if (!facts.present)
         m_engine.Clear();
       else
-        m_engine.Init(mediaType, mediaSubType, channels.p, channels.count, rates.p, rates.count, nullptr, 0);
+        m_engine.Init(facts.mediaType, facts.mediaSubType, facts.channels, facts.channelCount, facts.rates,
+                      facts.rateCount, nullptr, 0);
     });
   });
 }
