@@ -5,7 +5,7 @@
 
 #include "frame/engine_interfaces.h"
 #include "frame/stats_interfaces.h"
-#include "platform/unknown.h"
+#include "platform/object.h"
 
 namespace zemo {
 
@@ -28,5 +28,26 @@ struct AdapterFacts {
 
 // Raises the failures of the context's and the adapter's calls.
 void ReadAdapterFacts(IZemoStatsContext* context, AdapterFacts& facts);
+
+// The reset of a second-generation statistic: its engine starts from the
+// adapter's channels and rates, or empty when the context has no adapter.
+// Without a context there is nothing to start from: E_FAIL, and no change.
+// lock(body) runs body under the statistic's lock, taken after the
+// adapter was read.
+template <class Engine, class Lock>
+HRESULT ResetFromAdapter(IZemoStatsContext* context, Engine& engine, Lock&& lock) {
+  if (!context) return E_FAIL;
+  return Boundary([&]() -> HRESULT {
+    AdapterFacts facts;
+    ReadAdapterFacts(context, facts);
+    return lock([&] {
+      if (!facts.present)
+        engine.Clear();
+      else
+        engine.Init(facts.mediaType, facts.mediaSubType, facts.channels, facts.channelCount, facts.rates,
+                    facts.rateCount, nullptr, 0);
+    });
+  });
+}
 
 }  // namespace zemo

@@ -16,7 +16,13 @@
 #pragma pack(push, 1)
 
 // The counters and identity both generations share, in the same first
-// 192 bytes (FirstTimeSent to APChannel).
+// 192 bytes (FirstTimeSent to APChannel). Times are 0 until the first
+// packet, the least sizes 0xFFFF; bytes are wire lengths. WEPPackets: the
+// Protected bit or packet flag 0x4; WEPICVErrors: packet flag 0x8. ESSID is
+// zero-padded. Type: kNodeType...; EncryptionType 0 none, 1 WEP, 2 CKIP,
+// 3 TKIP; AuthenticationType 0 none, 1 EAP, 2 LEAP, 3 PEAP, 4 EAPTLS.
+// DSChannel: where the node was last heard; APChannel: its access point's,
+// or the one it announces.
 #define ZEMO_WIRELESS_NODE_COMMON \
   ZemoTime FirstTimeSent; \
   ZemoTime LastTimeSent; \

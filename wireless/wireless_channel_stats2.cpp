@@ -148,18 +148,7 @@ HRESULT WirelessChannelStats2::SetContext(IZemoStatsContext* context) {
 HRESULT WirelessChannelStats2::Reset() {
   IZemoStatsContext* context = nullptr;
   Locked([&] { context = m_context; });
-  if (!context) return E_FAIL;  // nothing to start from
-  return Boundary([&]() -> HRESULT {
-    AdapterFacts facts;
-    ReadAdapterFacts(context, facts);
-    return Locked([&] {
-      if (!facts.present)
-        m_engine.Clear();
-      else
-        m_engine.Init(facts.mediaType, facts.mediaSubType, facts.channels, facts.channelCount, facts.rates,
-                      facts.rateCount, nullptr, 0);
-    });
-  });
+  return ResetFromAdapter(context, m_engine, [this](auto&& body) { return Locked(body); });
 }
 
 HRESULT WirelessChannelStats2::ProcessPacket(IPacket* packet) {

@@ -659,11 +659,14 @@ void CWirelessNodeStats::Load(IStream* ioStream) {
     m_records.SetCount(count);
     m_rows.resize(count);
     for (Stored& s : stored) {
-      s.entry.RateRow = 1;
       Rec(s.index) = s.entry;
       m_rows[s.index] = std::move(s.row);
     }
-    for (uint32_t i = 0; i < count; ++i) Link(i);
+    // Every record has a row in memory, those the stream left out too.
+    for (uint32_t i = 0; i < count; ++i) {
+      Rec(i).RateRow = 1;
+      Link(i);
+    }
     // Newest first, as the chains have them: a key stored twice finds the later record.
     for (uint32_t i = count; i-- > 0;) {
       const uint32_t key = Rec(i).Stat.EntityIndex;

@@ -367,6 +367,18 @@ void WirelessNodeStats::CountRate(uint32_t index, uint32_t rate, USHORT length) 
   row->insert(at, ZemoWirelessNodeDataRateStat{rate, 1, length});
 }
 
+// The hash map's walk order follows its history; the forms list the names
+// by record index, then bytes, so that a load saves as it came.
+std::vector<std::pair<uint32_t, const ByteString*>> WirelessNodeStats::NamesInOrder() const {
+  std::vector<std::pair<uint32_t, const ByteString*>> names;
+  names.reserve(m_essids.GetCount());
+  for (const auto& pair : m_essids) names.emplace_back(pair.m_value, &pair.m_key);
+  std::sort(names.begin(), names.end(), [](const auto& a, const auto& b) {
+    return a.first != b.first ? a.first < b.first : *a.second < *b.second;
+  });
+  return names;
+}
+
 ZemoWirelessNodeStatEntry WirelessNodeStats::Record(uint32_t index) {
   const Entry* e = Get(index);
   if (!e) AtlThrow(E_INVALIDARG);
@@ -770,12 +782,12 @@ void WirelessNodeStats::SaveStream(IStream* stream) {
   WriteValue(stream, m_unknownBSSID);
   WriteValue(stream, m_unknownESSID);
   WriteValue(stream, m_essids.GetCount());
-  for (const auto& pair : m_essids) {
-    WriteValue(stream, pair.m_value);
-    WriteValue(stream, pair.m_key.GetByteCount());
-    uint8_t name[ByteString::MAX_BYTE_COUNT] = {};
-    std::memcpy(name, pair.m_key.GetBytes(), pair.m_key.GetByteCount());
-    WriteBytes(stream, name, sizeof name);
+  for (const auto& [index, name] : NamesInOrder()) {
+    WriteValue(stream, index);
+    WriteValue(stream, name->GetByteCount());
+    uint8_t bytes[ByteString::MAX_BYTE_COUNT] = {};
+    std::memcpy(bytes, name->GetBytes(), name->GetByteCount());
+    WriteBytes(stream, bytes, sizeof bytes);
   }
   WriteValue(stream, m_records.GetCount());
   for (uint32_t i = 0; i < m_records.GetCount(); ++i) {
@@ -831,7 +843,8 @@ void WirelessNodeStats::LoadStream(IStream* stream) {
   const auto size = ReadValue<uint32_t>(stream);
   for (uint32_t k = 0; k < inUse; ++k) {
     const auto index = ReadValue<uint32_t>(stream);
-    if (index >= size) AtlThrow(E_INVALIDARG);
+    // A row of no record is as malformed as one past the stored size.
+    if (index >= size || index >= m_records.GetCount()) AtlThrow(E_INVALIDARG);
     std::vector<ZemoWirelessNodeDataRateStat> entries =
         ReadRecordArray<ZemoWirelessNodeDataRateStat>(stream, ReadValue<uint32_t>(stream));
     if (m_rows.size() <= index) m_rows.resize(index + 1);
@@ -865,10 +878,10 @@ void WirelessNodeStats::SaveXml(IUnknown* document, IUnknown* node, ZemoTime sin
   for (ULONG r : m_rates) SetChildText(doc.Get(), rates.Get(), u"Rate", r);
 
   ComPtr<IXMLDOMElement> names = CreateChildElement(doc.Get(), top.Get(), u"WirelessNodeESSIDTable");
-  for (const auto& pair : m_essids) {
+  for (const auto& [index, name] : NamesInOrder()) {
     ComPtr<IXMLDOMElement> e = CreateChildElement(doc.Get(), names.Get(), u"WirelessNodeESSID");
-    SetChildText(doc.Get(), e.Get(), u"StatIndex", pair.m_value);
-    SetChildText(doc.Get(), e.Get(), u"ESSID", std::u16string_view(NameHex(pair.m_key.GetBytes(), pair.m_key.GetByteCount())));
+    SetChildText(doc.Get(), e.Get(), u"StatIndex", index);
+    SetChildText(doc.Get(), e.Get(), u"ESSID", std::u16string_view(NameHex(name->GetBytes(), name->GetByteCount())));
   }
 
   ComPtr<IXMLDOMElement> table = CreateChildElement(doc.Get(), top.Get(), u"WirelessNodeStatTable");

@@ -104,6 +104,7 @@ class WirelessNodeStats final
   void CountRate(uint32_t index, uint32_t rate, USHORT length);
   // The record with the address book's trust.
   ZemoWirelessNodeStatEntry Record(uint32_t index);
+  std::vector<std::pair<uint32_t, const ByteString*>> NamesInOrder() const;
 
   HRESULT Process(IPacket* packet);
   uint32_t ParseManagementBody(uint32_t n, uint32_t bssid, uint16_t kind, const BYTE* data, USHORT captured,
