@@ -1,5 +1,6 @@
 #include "wireless/wireless_association.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "frame/clsids.h"
@@ -30,42 +31,94 @@ bool WirelessAssociationSet::Matches(const ZemoWirelessNodeAssociation& pattern,
          (pattern.Strength == kAny || pattern.Strength == r.Strength);
 }
 
+void WirelessAssociationSet::File(int field, uint32_t value, uint64_t number) {
+  if (field < 3 && value != kAny) m_index[field][value].push_back(number);
+}
+
+void WirelessAssociationSet::Unfile(int field, uint32_t value, uint64_t number) {
+  if (field >= 3 || value == kAny) return;
+  auto it = m_index[field].find(value);
+  if (it == m_index[field].end()) return;
+  Bucket& b = it->second;
+  b.erase(std::find(b.begin(), b.end(), number));
+  if (b.empty()) m_index[field].erase(it);
+}
+
+void WirelessAssociationSet::Candidates(const ZemoWirelessNodeAssociation& pattern) const {
+  m_candidates.clear();
+  const Bucket* rarest = nullptr;
+  for (int f = 0; f < 3; ++f) {
+    const uint32_t v = Fields(pattern)[f];
+    if (v == kAny) continue;
+    auto it = m_index[f].find(v);
+    if (it == m_index[f].end()) return;  // no record holds that value
+    if (!rarest || it->second.size() < rarest->size()) rarest = &it->second;
+  }
+  if (rarest) {
+    m_candidates.assign(rarest->begin(), rarest->end());
+  } else {
+    for (const auto& [number, r] : m_records) m_candidates.push_back(number);
+  }
+}
+
 uint32_t WirelessAssociationSet::UpdateMatching(const ZemoWirelessNodeAssociation& pattern,
                                                 const ZemoWirelessNodeAssociation& values) {
+  Candidates(pattern);
   uint32_t matched = 0;
-  for (ZemoWirelessNodeAssociation& r : m_records) {
+  for (uint64_t number : m_candidates) {
+    ZemoWirelessNodeAssociation& r = m_records.find(number)->second;
     if (!Matches(pattern, r)) continue;
     ++matched;
-    for (int f = 0; f < 4; ++f)
-      if (Fields(values)[f] != kAny) Fields(r)[f] = Fields(values)[f];
+    for (int f = 0; f < 4; ++f) {
+      const uint32_t v = Fields(values)[f];
+      if (v == kAny || v == Fields(r)[f]) continue;
+      Unfile(f, Fields(r)[f], number);
+      Fields(r)[f] = v;
+      File(f, v, number);
+      m_listValid = false;
+    }
   }
   if (matched) ++m_changeCount;
   return matched;
 }
 
-bool WirelessAssociationSet::ContainsMatch(const ZemoWirelessNodeAssociation& pattern) const noexcept {
-  for (const ZemoWirelessNodeAssociation& r : m_records)
-    if (Matches(pattern, r)) return true;
+bool WirelessAssociationSet::ContainsMatch(const ZemoWirelessNodeAssociation& pattern) const {
+  Candidates(pattern);
+  for (uint64_t number : m_candidates)
+    if (Matches(pattern, m_records.find(number)->second)) return true;
   return false;
 }
 
 uint32_t WirelessAssociationSet::RemoveMatching(const ZemoWirelessNodeAssociation& pattern) {
+  Candidates(pattern);
   uint32_t removed = 0;
-  for (size_t i = m_records.size(); i-- > 0;)
-    if (Matches(pattern, m_records[i])) {
-      m_records.erase(m_records.begin() + static_cast<ptrdiff_t>(i));
-      ++removed;
-    }
-  if (removed) ++m_changeCount;
+  for (uint64_t number : m_candidates) {
+    auto it = m_records.find(number);
+    if (!Matches(pattern, it->second)) continue;
+    for (int f = 0; f < 3; ++f) Unfile(f, Fields(it->second)[f], number);
+    m_records.erase(it);
+    ++removed;
+  }
+  if (removed) {
+    ++m_changeCount;
+    m_listValid = false;
+  }
   return removed;
 }
 
-// Capacity grows by half of itself, and at least by the record asked for.
+void WirelessAssociationSet::Clear() noexcept {
+  m_records.clear();
+  for (auto& index : m_index) index.clear();
+  m_list.clear();
+  m_listValid = true;
+}
+
 void WirelessAssociationSet::Append(const ZemoWirelessNodeAssociation& record) {
-  const size_t n = m_records.size();
-  if (n + 1 >= kMaxRecords) throw std::length_error("association records");
-  if (n == m_records.capacity()) m_records.reserve(std::min(kMaxRecords, std::max(n + 1, n + n / 2)));
-  m_records.push_back(record);
+  if (m_records.size() + 1 >= kMaxRecords) throw std::length_error("association records");
+  const uint64_t number = m_nextNumber++;
+  m_records.emplace_hint(m_records.end(), number, record);
+  for (int f = 0; f < 3; ++f) File(f, Fields(record)[f], number);
+  m_listValid = false;
 }
 
 void WirelessAssociationSet::UpdateOrAdd(const ZemoWirelessNodeAssociation& pattern,
@@ -75,9 +128,19 @@ void WirelessAssociationSet::UpdateOrAdd(const ZemoWirelessNodeAssociation& patt
   ++m_changeCount;
 }
 
+const std::vector<ZemoWirelessNodeAssociation>& WirelessAssociationSet::Records() const {
+  if (!m_listValid) {
+    m_list.clear();
+    m_list.reserve(m_records.size());
+    for (const auto& [number, r] : m_records) m_list.push_back(r);
+    m_listValid = true;
+  }
+  return m_list;
+}
+
 void WirelessAssociationSet::Save(IStream* stream) const {
   WriteValue(stream, static_cast<uint32_t>(m_records.size()));
-  WriteRecords(stream, std::span<const ZemoWirelessNodeAssociation>(m_records));
+  WriteRecords(stream, std::span<const ZemoWirelessNodeAssociation>(Records()));
 }
 
 // Read one at a time, so that a stream that ends early leaves what came.

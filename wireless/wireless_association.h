@@ -13,6 +13,8 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
+#include <unordered_map>
 #include <vector>
 
 #include "frame/persist_interfaces.h"
@@ -28,22 +30,27 @@ class WirelessAssociationSet {
   // The array refuses to grow to this many records.
   static constexpr size_t kMaxRecords = 0xFFFFFFF;
 
-  // Writes values into every match, front to back; the number of matches.
+  WirelessAssociationSet() = default;
+  WirelessAssociationSet(const WirelessAssociationSet&) = delete;
+  WirelessAssociationSet& operator=(const WirelessAssociationSet&) = delete;
+
+  // Writes values into every match; the number of matches.
   uint32_t UpdateMatching(const ZemoWirelessNodeAssociation& pattern, const ZemoWirelessNodeAssociation& values);
-  bool ContainsMatch(const ZemoWirelessNodeAssociation& pattern) const noexcept;
-  // Removes every match, walking from the back; the number removed.
+  bool ContainsMatch(const ZemoWirelessNodeAssociation& pattern) const;
+  // Removes every match; the number removed. The others keep their order.
   uint32_t RemoveMatching(const ZemoWirelessNodeAssociation& pattern);
   // UpdateMatching, or else appends values as they stand.
   void UpdateOrAdd(const ZemoWirelessNodeAssociation& pattern, const ZemoWirelessNodeAssociation& values);
   // Empties the list; the caller moves the change count.
-  void Clear() noexcept { m_records.clear(); }
+  void Clear() noexcept;
   void Append(const ZemoWirelessNodeAssociation& record);
 
   uint32_t ChangeCount() const noexcept { return m_changeCount; }
   void SetChangeCount(uint32_t count) noexcept { m_changeCount = count; }
   void Touch() noexcept { ++m_changeCount; }
   uint32_t Count() const noexcept { return static_cast<uint32_t>(m_records.size()); }
-  const std::vector<ZemoWirelessNodeAssociation>& Records() const noexcept { return m_records; }
+  // The records in order of arrival, made again after a change.
+  const std::vector<ZemoWirelessNodeAssociation>& Records() const;
 
   // The stream form: u32 count, the records. Load empties the list first and
   // keeps what it read when the stream ends early.
@@ -51,10 +58,24 @@ class WirelessAssociationSet {
   void Load(IStream* stream);
 
  private:
+  // Records are numbered in order of arrival; each field that holds an
+  // index files its record's number under that index, so that a pattern
+  // visits only the records of its rarest given field, however many ties
+  // the set holds.
+  using Bucket = std::vector<uint64_t>;
   static bool Matches(const ZemoWirelessNodeAssociation& pattern, const ZemoWirelessNodeAssociation& r) noexcept;
+  void File(int field, uint32_t value, uint64_t number);
+  void Unfile(int field, uint32_t value, uint64_t number);
+  // The numbers of the records a pattern may match, into m_candidates.
+  void Candidates(const ZemoWirelessNodeAssociation& pattern) const;
 
-  std::vector<ZemoWirelessNodeAssociation> m_records;  // in order of arrival
+  std::map<uint64_t, ZemoWirelessNodeAssociation> m_records;
+  uint64_t m_nextNumber = 0;
+  std::unordered_map<uint32_t, Bucket> m_index[3];  // by ESSID, BSSID and node index
   uint32_t m_changeCount = 0;
+  mutable std::vector<uint64_t> m_candidates;
+  mutable std::vector<ZemoWirelessNodeAssociation> m_list;
+  mutable bool m_listValid = true;
 };
 
 // A packet's effect on the set: essid, bssid and node are record indexes

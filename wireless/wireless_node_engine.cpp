@@ -236,8 +236,8 @@ void CWirelessNodeStats::ProcessPacket(WirelessPacketView& view) {
   m_totalBytes += view.PacketLength();
   if (PacketTest(p, &IPacket::IsError)) return;
   IPacketAddresses* a = view.Addresses();
-  MediaSpec transmitter = Address(a, &IPacketAddresses::GetWirelessTransmitter);
-  const MediaSpec receiver = Address(a, &IPacketAddresses::GetWirelessReceiver);
+  MediaSpec transmitter, receiver;
+  ReadRadioPair(a, &transmitter, &receiver);
   const MediaSpec bssidSpec = Address(a, &IPacketAddresses::GetBSSID);
   if (IsGroupAddress(transmitter)) transmitter.fClass = transmitter.fType = 0;
   const uint32_t bssid = GetBSSIDIndex(bssidSpec);

@@ -13,6 +13,7 @@
 #include "frame/xml_persist.h"
 #include "platform/strings.h"
 #include "wireless/channel_naming.h"
+#include "wireless/wireless_packet_view.h"
 #include "wireless/wireless_signal.h"
 
 namespace zemo {
@@ -425,8 +426,8 @@ HRESULT WirelessNodeStats::Process(IPacket* p) {
   CheckHr(radio->GetChannel(&channel));
   ComPtr<IPacketAddresses> addresses;
   CheckHr(QueryTo(p, &addresses));
-  MediaSpec transmitter = Address(addresses.Get(), &IPacketAddresses::GetWirelessTransmitter);
-  const MediaSpec receiver = Address(addresses.Get(), &IPacketAddresses::GetWirelessReceiver);
+  MediaSpec transmitter, receiver;
+  ReadRadioPair(addresses.Get(), &transmitter, &receiver);
   const MediaSpec bssidSpec = Address(addresses.Get(), &IPacketAddresses::GetBSSID);
   if (IsGroupAddress(transmitter)) transmitter.fClass = transmitter.fType = 0;
   const uint32_t bssid = GetBSSIDIndex(bssidSpec);
