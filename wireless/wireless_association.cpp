@@ -58,6 +58,7 @@ void WirelessAssociationSet::Candidates(const ZemoWirelessNodeAssociation& patte
     m_candidates.assign(rarest->begin(), rarest->end());
   } else {
     for (const auto& [number, r] : m_records) m_candidates.push_back(number);
+    std::sort(m_candidates.begin(), m_candidates.end());
   }
 }
 
@@ -116,7 +117,7 @@ void WirelessAssociationSet::Clear() noexcept {
 void WirelessAssociationSet::Append(const ZemoWirelessNodeAssociation& record) {
   if (m_records.size() + 1 >= kMaxRecords) throw std::length_error("association records");
   const uint64_t number = m_nextNumber++;
-  m_records.emplace_hint(m_records.end(), number, record);
+  m_records.emplace(number, record);
   for (int f = 0; f < 3; ++f) File(f, Fields(record)[f], number);
   m_listValid = false;
 }
@@ -130,9 +131,13 @@ void WirelessAssociationSet::UpdateOrAdd(const ZemoWirelessNodeAssociation& patt
 
 const std::vector<ZemoWirelessNodeAssociation>& WirelessAssociationSet::Records() const {
   if (!m_listValid) {
+    std::vector<uint64_t> numbers;
+    numbers.reserve(m_records.size());
+    for (const auto& [number, r] : m_records) numbers.push_back(number);
+    std::sort(numbers.begin(), numbers.end());
     m_list.clear();
-    m_list.reserve(m_records.size());
-    for (const auto& [number, r] : m_records) m_list.push_back(r);
+    m_list.reserve(numbers.size());
+    for (uint64_t number : numbers) m_list.push_back(m_records.find(number)->second);
     m_listValid = true;
   }
   return m_list;

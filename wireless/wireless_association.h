@@ -13,7 +13,6 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <unordered_map>
 #include <vector>
 
@@ -69,7 +68,7 @@ class WirelessAssociationSet {
   // The numbers of the records a pattern may match, into m_candidates.
   void Candidates(const ZemoWirelessNodeAssociation& pattern) const;
 
-  std::map<uint64_t, ZemoWirelessNodeAssociation> m_records;
+  std::unordered_map<uint64_t, ZemoWirelessNodeAssociation> m_records;
   uint64_t m_nextNumber = 0;
   std::unordered_map<uint32_t, Bucket> m_index[3];  // by ESSID, BSSID and node index
   uint32_t m_changeCount = 0;
