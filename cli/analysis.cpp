@@ -193,6 +193,7 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
     if (FAILED(hr)) continue;
     m_context->AddStats(row.clsid, stats.Get());
   }
+  if (wireless) m_wireless = std::make_unique<WirelessWatch>();
   AddHostParts();
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
@@ -327,6 +328,7 @@ void Analysis::Process(const DecodedFrame& decoded) {
   if (!m_decoder.Known()) ++f.undecoded;
   if (decoded.faults) m_expert->Count(decoded.faults);
 
+  if (m_wireless) m_wireless->Observe(decoded.packet.Get());
   if (!m_timing) {
     m_process->ProcessPacket(decoded.packet.Get());
     return;

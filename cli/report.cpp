@@ -14,6 +14,7 @@
 
 #include "cli/node_views.h"
 #include "cli/summary_report.h"
+#include "cli/wireless_node_views.h"
 #include "cli/wireless_views.h"
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
@@ -657,8 +658,20 @@ void AppendCount(std::string& out, double value) {
 
 // "alarms", "events" and "tracks" of the JSON document; the series a row
 // of time, packets and bytes per line, as a plotting tool takes it.
-void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
+void WriteWatchJson(JsonOut& out, const AlarmWatch* watchOrNull, const WirelessWatch* wireless) {
   std::string& t = out.Text();
+  const std::vector<WirelessWatch::Roam> noRoams;
+  const std::vector<WirelessWatch::Roam>& roams = wireless ? wireless->Roams() : noRoams;
+  if (!watchOrNull || !watchOrNull->HasAlarms()) {
+    // Without alarms the events are the roams, if any.
+    if (!roams.empty()) {
+      t += "  \"events\": [";
+      for (size_t i = 0; i < roams.size(); ++i) t += (i ? ",\n    " : "\n    ") + RoamJson(roams[i]).dump();
+      t += "\n  ],\n";
+    }
+    if (!watchOrNull) return;
+  }
+  const AlarmWatch& watch = *watchOrNull;
   if (watch.HasAlarms()) {
     Json alarms = Json::array();
     for (const AlarmWatch::AlarmOutcome& o : watch.Outcomes()) {
@@ -676,6 +689,11 @@ void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
       t += Json{{"time", IsoTime(e.time)}, {"alarm", e.alarm}, {"state", e.state}, {"severity", e.severity},
                 {"message", e.message}}
                .dump();
+    }
+    for (const WirelessWatch::Roam& r : roams) {
+      t += first ? "\n    " : ",\n    ";
+      first = false;
+      t += RoamJson(r).dump();
     }
     t += first ? "],\n" : "\n  ],\n";
   }
@@ -809,7 +827,11 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   if (ReadWireless(analysis, &wireless))
     out.Text() += "  \"channels\": " + Indented(ChannelJson(wireless), 1) + ",\n  \"data_rates\": " +
                   Indented(DataRateJson(wireless), 1) + ",\n";
-  if (watch) WriteWatchJson(out, *watch);
+  WirelessNodesView nodes;
+  if (ReadWirelessNodes(analysis, analysis.Wireless(), &nodes))
+    out.Text() += "  \"access_points\": " + Indented(AccessPointJson(nodes), 1) + ",\n  \"stations\": " +
+                  Indented(StationJson(nodes), 1) + ",\n  \"networks\": " + Indented(NetworkJson(nodes), 1) + ",\n";
+  WriteWatchJson(out, watch, analysis.Wireless());
   out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
 
@@ -1032,6 +1054,17 @@ void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& in
     };
     print("Channels", ChannelTable(wireless));
     print("Data rates", DataRateTable(wireless));
+  }
+  WirelessNodesView nodes;
+  if (ReadWirelessNodes(analysis, analysis.Wireless(), &nodes) && (!nodes.accessPoints.empty() || !nodes.stations.empty())) {
+    auto print = [&](const char* title, const TextTable& table) {
+      if (table.rows.empty()) return;
+      std::fprintf(out, "\n%s\n", title);
+      PrintTable(out, table.heads, table.rows, table.numeric);
+    };
+    print("Access points", AccessPointTable(nodes));
+    print("Stations", StationTable(nodes));
+    print("Networks", NetworkTable(nodes));
   }
   std::vector<std::string> shown;
   auto section = [&](const char* name, const std::string& title, auto&& body) {
