@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -14,15 +15,25 @@
 namespace zemo::testing_cli {
 namespace {
 
+std::atomic<int> g_runs{0};
+
+}  // namespace
+
 std::string Quote(const std::string& s) {
   std::string q = "'";
   for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return q + "'";
 }
 
-std::atomic<int> g_runs{0};
-
-}  // namespace
+std::string Output(const std::string& command) {
+  std::string out;
+  if (std::FILE* p = popen((command + " 2>/dev/null").c_str(), "r")) {
+    char buf[1 << 16];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    pclose(p);
+  }
+  return out;
+}
 
 bool FileExists(const std::string& path) {
   struct stat st {};

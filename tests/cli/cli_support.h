@@ -26,4 +26,9 @@ RunResult RunZemostats(const std::vector<std::string>& args, const std::string& 
 
 bool FileExists(const std::string& path);
 
+// A text quoted for the shell, and a command's standard output (its errors
+// dropped), for the tests that ask a peer program.
+std::string Quote(const std::string& s);
+std::string Output(const std::string& command);
+
 }  // namespace zemo::testing_cli

@@ -43,23 +43,6 @@ using nlohmann::json;
 using namespace zemo::testing_cli;
 namespace fs = std::filesystem;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-// A command's standard output (its errors are dropped).
-std::string Output(const std::string& command) {
-  std::string out;
-  if (std::FILE* p = popen((command + " 2>/dev/null").c_str(), "r")) {
-    char buf[1 << 16];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
 std::vector<std::string> Split(const std::string& line, char by) {
   std::vector<std::string> cells;
   std::stringstream in(line);

@@ -39,22 +39,6 @@ namespace fs = std::filesystem;
 
 constexpr int kWirelessLinks[] = {105, 119, 127, 163, 192};
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-std::string Output(const std::string& command) {
-  std::string out;
-  if (std::FILE* p = popen((command + " 2>/dev/null").c_str(), "r")) {
-    char buf[1 << 16];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
 std::vector<std::string> Cells(const std::string& line, size_t count) {
   std::vector<std::string> cells;
   std::stringstream in(line);
