@@ -306,6 +306,7 @@ void Analysis::Process(const DecodedFrame& decoded) {
   const uint64_t number = ++f.frames;
   f.bytes += frame.wireLength;
   if (frame.wireLength > 0xFFFF) ++f.shortened;
+  if (frame.captureLength < frame.wireLength) ++f.truncated;
   if ((decoded.faults & kFaultForeign) && !f.foreign++) f.firstForeign = number;
   if (!frame.validTime) {
     if (!f.invalidTimes++) f.firstInvalidTime = number;

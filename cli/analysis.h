@@ -55,6 +55,7 @@ struct RunFacts {
   uint64_t bytes = 0;        // their whole wire lengths
   uint64_t undecoded = 0;    // frames of a link type without an analyzer
   uint64_t shortened = 0;    // frames longer than the packet interface's 65535 bytes
+  uint64_t truncated = 0;    // frames captured shorter than they were on the wire
   // Each: how many, and the number of the first, counted from 1.
   uint64_t foreign = 0, firstForeign = 0;          // not of the link type's protocol
   uint64_t outOfOrder = 0, firstOutOfOrder = 0;    // earlier than the packet before

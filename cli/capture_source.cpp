@@ -150,7 +150,40 @@ std::unique_ptr<CaptureSource> CaptureSource::OpenLive(const std::string& interf
     pcap_close(handle);
     return nullptr;
   }
-  return std::unique_ptr<CaptureSource>(new CaptureSource(handle, true, nano));
+  std::unique_ptr<CaptureSource> source(new CaptureSource(handle, true, nano));
+  source->m_interface = interface;
+  return source;
+}
+
+std::string FrameSource::LinkTypeText() const {
+  const char* text = pcap_datalink_val_to_description(LinkType());
+  return text ? text : LinkTypeName();
+}
+
+bool CaptureSource::SetFilter(const std::string& expression, std::string* error) {
+  bpf_u_int32 net = 0, mask = PCAP_NETMASK_UNKNOWN;
+  char errbuf[PCAP_ERRBUF_SIZE] = {};
+  // A live capture's broadcast tests need its netmask.
+  if (m_live && !m_interface.empty() && pcap_lookupnet(m_interface.c_str(), &net, &mask, errbuf) != 0)
+    mask = PCAP_NETMASK_UNKNOWN;
+  bpf_program program{};
+  if (pcap_compile(m_handle, &program, expression.c_str(), 1, mask) != 0) {
+    std::string reason = pcap_geterr(m_handle);
+    *error = "bad capture filter '" + expression + "': " + (reason.empty() ? "it does not compile" : reason);
+    return false;
+  }
+  const int set = pcap_setfilter(m_handle, &program);
+  pcap_freecode(&program);
+  if (set != 0) {
+    *error = "cannot apply the capture filter '" + expression + "': " + pcap_geterr(m_handle);
+    return false;
+  }
+  return true;
+}
+
+uint32_t CaptureSource::SnapLength() const {
+  const int snap = pcap_snapshot(m_handle);
+  return snap > 0 ? static_cast<uint32_t>(snap) : 0;
 }
 
 std::string CaptureSource::LinkTypeName() const {

@@ -3,9 +3,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <thread>
@@ -13,9 +16,11 @@
 #include "cli/analysis.h"
 #include "cli/capture_source.h"
 #include "cli/frame_ring.h"
+#include "cli/merged_source.h"
 #include "cli/node_views.h"
 #include "cli/report.h"
 #include "cli/saving.h"
+#include "cli/time_window.h"
 #include "platform/clock.h"
 #include "platform/strings.h"
 
@@ -23,11 +28,11 @@ namespace zemo::cli {
 namespace {
 
 std::atomic<bool> g_stop{false};
-std::atomic<CaptureSource*> g_live{nullptr};
+std::atomic<FrameSource*> g_live{nullptr};
 
 void OnSignal(int) {
   g_stop = true;
-  if (CaptureSource* s = g_live.load()) s->BreakLoop();
+  if (FrameSource* s = g_live.load()) s->BreakLoop();
 }
 
 // Ctrl-C and termination end a live capture cleanly, with its report. The
@@ -55,35 +60,51 @@ class StopOnSignal {
 // While it lives, a signal also breaks the source's wait for packets.
 class SignalBreaks {
  public:
-  explicit SignalBreaks(CaptureSource* source) { g_live = source; }
+  explicit SignalBreaks(FrameSource* source) { g_live = source; }
   ~SignalBreaks() { g_live = nullptr; }
 };
 
 void Fail(const std::string& message) { std::fprintf(stderr, "zemostats: %s\n", message.c_str()); }
 
-// The progress line of a long file on a terminal: percent and packets per second.
+// The progress bar of a long run of files on a terminal: how much of the
+// files is read, packets, their rate and the time left. Only a run that takes
+// more than a second shows it, refreshed twice a second; it goes before
+// anything else is printed.
 class Progress {
  public:
-  Progress(const CaptureSource& source)
-      : m_source(source), m_on(!source.Live() && source.Size() > 0 && isatty(STDERR_FILENO)), m_begin(MonotonicNs()) {}
+  Progress(const FrameSource& source, bool wanted)
+      : m_source(source), m_on(wanted && !source.Live() && isatty(STDERR_FILENO)), m_begin(MonotonicNs()) {}
   ~Progress() {
     if (m_shown) std::fprintf(stderr, "\r\033[K");
   }
   void Tick(uint64_t frames) {
-    if (!m_on || (frames & 0x3FFF)) return;
-    uint64_t now = MonotonicNs();
-    // Only files that take a while get a line, refreshed twice a second.
+    if (!m_on || (frames & 0x3FF)) return;
+    const uint64_t now = MonotonicNs();
     if (now - m_begin < 1000000000ull || now - m_last < 500000000ull) return;
     m_last = now;
     m_shown = true;
-    double percent = 100.0 * double(m_source.Position()) / double(m_source.Size());
-    double rate = frames / ((now - m_begin) / 1e9);
-    std::fprintf(stderr, "\r\033[K%5.1f%%  %llu packets  %.0f packets/s", percent, static_cast<unsigned long long>(frames),
-                 rate);
+    const double elapsed = (now - m_begin) / 1e9;
+    const uint64_t size = m_source.Size(), at = std::min(m_source.Position(), size);
+    char rate[64];
+    std::snprintf(rate, sizeof rate, "%llu packets  %.0f packets/s", static_cast<unsigned long long>(frames),
+                  frames / elapsed);
+    std::string line = rate;
+    if (size && at) {
+      constexpr int kWidth = 24;
+      const double done = double(at) / double(size);
+      const int filled = static_cast<int>(done * kWidth);
+      const double left = elapsed * (1 - done) / done;
+      char head[64];
+      std::snprintf(head, sizeof head, "[%s%s] %3.0f%%  ", std::string(filled, '#').c_str(),
+                    std::string(kWidth - filled, '.').c_str(), done * 100);
+      line = head + SizeText(at) + " of " + SizeText(size) + "  " + line + "  " +
+             std::to_string(static_cast<uint64_t>(left + 0.5)) + " s left";
+    }
+    std::fprintf(stderr, "\r\033[K%s", line.c_str());
   }
 
  private:
-  const CaptureSource& m_source;
+  const FrameSource& m_source;
   bool m_on;
   bool m_shown = false;
   uint64_t m_begin;
@@ -99,9 +120,14 @@ uint64_t LinkSpeedOf(const std::string& interface) {
 }
 
 // What the summary says of where the capture comes from.
-CaptureFactsData SourceFacts(const CaptureSource& source, const CaptureInfo& info, const LiveOptions* live) {
+CaptureFactsData SourceFacts(const FrameSource& source, const CaptureInfo& info, const LiveOptions* live) {
   CaptureFactsData facts;
-  facts.source = FromUtf8(live ? "Interface " + info.file : info.file == "-" ? "Standard input" : "File " + info.file);
+  std::string files;
+  for (const std::string& f : info.files) files += (files.empty() ? "" : ", ") + (f == "-" ? "standard input" : f);
+  facts.source = FromUtf8(live                      ? "Interface " + info.file
+                          : info.files.size() > 1   ? "Files " + files
+                          : info.files[0] == "-"    ? "Standard input"
+                                                    : "File " + files);
   facts.linkType = info.linkType;
   facts.linkTypeName = FromUtf8(info.linkTypeName);
   facts.linkSpeed = live ? LinkSpeedOf(live->interface) : 0;
@@ -118,10 +144,23 @@ bool Output(const Analysis& analysis, const CaptureInfo& info, const OutputOptio
     Fail(error);
     return false;
   }
-  if (output.json)
-    WriteJson(stdout, analysis, info, watch);
-  else
-    PrintReport(stdout, analysis, info, output.top, watch);
+  // The CSV files hold every row of a table, in the report's order.
+  if (!output.csvDirectory.empty() &&
+      !WriteCsv(output.csvDirectory, GatherReport(analysis, info, {SIZE_MAX, output.sort}, watch), &error)) {
+    Fail(error);
+    return false;
+  }
+  const std::vector<ReportSection> report = GatherReport(analysis, info, {output.top, output.sort}, watch);
+  if (output.json) {
+    WriteJson(stdout, analysis, info, report, watch);
+  } else {
+    const char* noColor = std::getenv("NO_COLOR");
+    const char* term = std::getenv("TERM");
+    const bool colour = output.color == ColorMode::kAlways ||
+                        (output.color == ColorMode::kAuto && isatty(STDOUT_FILENO) && !(noColor && *noColor) &&
+                         !(term && std::strcmp(term, "dumb") == 0));
+    PrintReport(stdout, analysis, info, report, colour);
+  }
   std::fflush(stdout);
   return true;
 }
@@ -138,10 +177,11 @@ struct ReadOutcome {
 // InlineFeed); quiet spells of a live capture become idle entries, and an
 // end entry closes the run.
 template <class Sink>
-ReadOutcome ReadFrames(CaptureSource& source, const Analysis& analysis, const LiveOptions* live, bool timing,
-                       Sink& sink) {
+ReadOutcome ReadFrames(FrameSource& source, const Analysis& analysis, const LiveOptions* live,
+                       const OutputOptions& output, TimeWindow* window, Sink& sink) {
+  const bool timing = output.timing;
   ReadOutcome out;
-  Progress progress(source);
+  Progress progress(source, !output.quiet);
   const uint64_t deadline = live && live->seconds ? MonotonicNs() + uint64_t(live->seconds) * 1000000000ull : 0;
   uint64_t frames = 0;
   CaptureFrame frame{};
@@ -150,6 +190,10 @@ ReadOutcome ReadFrames(CaptureSource& source, const Analysis& analysis, const Li
     ReadResult r = source.Next(&frame);
     out.readNs += (timing ? MonotonicNs() : 0) - t0;
     if (r == ReadResult::kFrame) {
+      if (window && !window->Keeps(frame.time)) {
+        progress.Tick(++frames);
+        continue;
+      }
       FrameRing::Entry& e = sink.Acquire();
       e.kind = FrameRing::Kind::kFrame;
       uint64_t t2 = timing ? MonotonicNs() : 0;
@@ -201,15 +245,16 @@ class InlineFeed {
 
 // The capture read through the analysis: on this thread alone, or read and
 // decoded on a second one while this one feeds the engine.
-ReadOutcome Feed(CaptureSource& source, Analysis& analysis, const LiveOptions* live, const OutputOptions& output) {
+ReadOutcome Feed(FrameSource& source, Analysis& analysis, const LiveOptions* live, const OutputOptions& output,
+                 TimeWindow* window) {
   if (output.threads < 2) {
     InlineFeed feed(analysis);
-    return ReadFrames(source, analysis, live, output.timing, feed);
+    return ReadFrames(source, analysis, live, output, window, feed);
   }
   constexpr size_t kRingEntries = 512;
   FrameRing ring(kRingEntries);
   ReadOutcome outcome;
-  std::thread reader([&] { outcome = ReadFrames(source, analysis, live, output.timing, ring); });
+  std::thread reader([&] { outcome = ReadFrames(source, analysis, live, output, window, ring); });
   try {
     while (Consume(analysis, ring.Next())) {
     }
@@ -246,8 +291,8 @@ std::unique_ptr<AlarmWatch> StartWatch(Analysis& analysis, const WatchOptions& o
   return watch;
 }
 
-int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, const SaveOptions& save,
-        const LiveOptions* live, const WatchOptions& watchOptions) {
+int Run(FrameSource& source, CaptureInfo& info, const OutputOptions& output, const SaveOptions& save,
+        const LiveOptions* live, const WatchOptions& watchOptions, TimeWindow* window) {
   Analysis analysis;
   analysis.EnableTiming(output.timing);
   analysis.SetWindow(output.window);
@@ -258,6 +303,9 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
   info.linkType = static_cast<uint32_t>(source.LinkType());
   info.linkTypeName = source.LinkTypeName();
+  info.linkTypeText = source.LinkTypeText();
+  info.snapLength = source.SnapLength();
+  info.fileSize = source.Size();
   analysis.StoreSummaryEvery(output.summaryEvery);
   CaptureFactsData facts = SourceFacts(source, info, live);
   analysis.DescribeSource(facts, live != nullptr);
@@ -271,7 +319,8 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   // at the context's ticks, which come once a second of capture time, so
   // the packet path never waits for a file.
   if ((!save.file.empty() && !CheckSaveTarget(save.file, &error)) ||
-      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error))) {
+      (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
+      (!output.csvDirectory.empty() && !EnsureDirectory(output.csvDirectory, &error))) {
     Fail(error);
     return 1;
   }
@@ -311,7 +360,11 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
   }
 
   SignalBreaks breaks(live ? &source : nullptr);
-  ReadOutcome read = Feed(source, analysis, live, output);
+  ReadOutcome read = Feed(source, analysis, live, output, window);
+  if (window) {
+    info.from = window->From();
+    info.to = window->To();
+  }
   analysis.AddReadTimes(read.readNs, read.decodeNs);
   const bool dataError = read.dataError;
   for (std::string& w : analysis.Warnings(info.linkTypeName)) info.warnings.push_back(std::move(w));
@@ -378,32 +431,40 @@ int Run(CaptureSource& source, CaptureInfo& info, const OutputOptions& output, c
 
 }  // namespace
 
-int AnalyzeCommand(const std::string& path, const OutputOptions& output, const SaveOptions& save,
-                   const WatchOptions& watch) {
+int AnalyzeCommand(const std::vector<std::string>& paths, const OutputOptions& output, const SaveOptions& save,
+                   const WatchOptions& watch, const InputOptions& input) {
   std::string error;
-  std::unique_ptr<CaptureSource> source = CaptureSource::OpenFile(path, &error);
-  if (!source) {
+  TimeWindow window;
+  if (!window.Parse(input.from, input.to, &error)) {
+    Fail(error);
+    return 2;
+  }
+  std::unique_ptr<MergedSource> source = MergedSource::Open(paths, &error);
+  if (!source || (!input.filter.empty() && !source->SetFilter(input.filter, &error))) {
     Fail(error);
     return 1;
   }
   CaptureInfo info;
-  info.file = path;
-  return Run(*source, info, output, save, nullptr, watch);
+  info.file = paths.front();
+  info.files = paths;
+  info.filter = input.filter;
+  return Run(*source, info, output, save, nullptr, watch, window.Any() ? &window : nullptr);
 }
 
 int CaptureCommand(const LiveOptions& live, const OutputOptions& output, const SaveOptions& save,
-                   const WatchOptions& watch) {
+                   const WatchOptions& watch, const InputOptions& input) {
   StopOnSignal signals;
   std::string error;
   std::unique_ptr<CaptureSource> source = CaptureSource::OpenLive(live.interface, &error);
-  if (!source) {
+  if (!source || (!input.filter.empty() && !source->SetFilter(input.filter, &error))) {
     Fail(error);
     return 1;
   }
   CaptureInfo info;
   info.file = live.interface;
   info.live = true;
-  return Run(*source, info, output, save, &live, watch);
+  info.filter = input.filter;
+  return Run(*source, info, output, save, &live, watch, nullptr);
 }
 
 int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& output) {
@@ -411,6 +472,7 @@ int ShowCommand(const std::vector<std::string>& paths, const OutputOptions& outp
   std::string error;
   if (!CheckSavedSeries(paths, &error) ||
       (!output.exportDirectory.empty() && !EnsureDirectory(output.exportDirectory, &error)) ||
+      (!output.csvDirectory.empty() && !EnsureDirectory(output.csvDirectory, &error)) ||
       !analysis.StartFromSaves(paths, &error)) {
     Fail(error);
     return 1;

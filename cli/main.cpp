@@ -1,9 +1,11 @@
 // zemostats: capture statistics from pcap and pcapng files and live interfaces.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "cli/commands.h"
 
@@ -45,14 +47,56 @@ std::string Failure(const CLI::App*, const CLI::Error& e) {
   return "zemostats: " + text + "\nRun with --help for more information.\n";
 }
 
+// One of a few words, said in words when it is none of them.
+CLI::Validator OneOf(std::string name, std::vector<std::string> words) {
+  std::string list;
+  for (size_t i = 0; i < words.size(); ++i) list += (i ? i + 1 == words.size() ? " or " : ", " : "") + words[i];
+  return CLI::Validator(
+      [=](std::string& text) -> std::string {
+        return std::find(words.begin(), words.end(), text) != words.end() ? "" : name + " takes " + list + ": " +
+                                                                                       text + " is none of them";
+      },
+      list);
+}
+
 void AddOutputOptions(CLI::App* command, zemo::cli::OutputOptions& output) {
-  command->add_flag("--json", output.json, "Print one JSON document instead of the report");
+  command->add_flag("--json", output.json,
+                    "Print one JSON document instead of the report (its form: zemostats.schema.json)");
+  command->add_option("--csv", output.csvDirectory,
+                      "Write each table of the report, every row of it in the report's order, as DIR/<table>.csv "
+                      "(RFC 4180, times in ISO 8601), and the capture's facts as DIR/capture.csv; DIR is made if "
+                      "missing")
+      ->option_text("DIR");
   command->add_option("--export", output.exportDirectory,
                       "Write each statistic's text export into DIR, made with the folders above it if missing")
       ->option_text("DIR");
-  command->add_option("--top", output.top, "Rows in each top list of the report (default 10)")
+  command->add_option("--top", output.top, "Rows in each top table of the report (default 10)")
       ->check(Whole("--top", "a whole number", 1))
       ->option_text("N");
+  command
+      ->add_option_function<std::string>(
+          "--sort",
+          [&output](const std::string& word) {
+            using zemo::cli::SortBy;
+            output.sort = word == "packets"    ? SortBy::kPackets
+                          : word == "sent"     ? SortBy::kSent
+                          : word == "received" ? SortBy::kReceived
+                                               : SortBy::kBytes;
+          },
+          "What the top tables are ordered by: bytes (the default), packets, or for addresses bytes sent or "
+          "received")
+      ->check(OneOf("--sort", {"bytes", "packets", "sent", "received"}))
+      ->option_text("packets|bytes|sent|received");
+  command
+      ->add_option_function<std::string>(
+          "--color",
+          [&output](const std::string& word) {
+            using zemo::cli::ColorMode;
+            output.color = word == "never" ? ColorMode::kNever : word == "always" ? ColorMode::kAlways : ColorMode::kAuto;
+          },
+          "Colour in the report: auto (the default: on a terminal), never or always")
+      ->check(OneOf("--color", {"auto", "never", "always"}))
+      ->option_text("auto|never|always");
 }
 
 // A check that an option's text reads as an address or protocol.
@@ -67,8 +111,14 @@ CLI::Validator SpecCheck(bool (*parse)(const std::string&, MediaSpec*), std::str
 
 // The options of the commands that run a capture through the engine.
 void AddRunOptions(CLI::App* command, zemo::cli::OutputOptions& output, zemo::cli::SaveOptions& save,
-                   zemo::cli::WatchOptions& watch, const char* clock) {
+                   zemo::cli::WatchOptions& watch, zemo::cli::InputOptions& input, const char* clock) {
   AddOutputOptions(command, output);
+  command
+      ->add_option("-f,--filter", input.filter,
+                   "Read only the packets that a capture filter passes, in tcpdump's language "
+                   "(\"tcp port 80\", \"host 10.0.0.1 and not arp\"), compiled by libpcap")
+      ->option_text("EXPR");
+  command->add_flag("-q,--quiet", output.quiet, "No progress bar on standard error");
   command->add_flag("--timing", output.timing, "Report on standard error where the time went: read, decode, engine");
   command->add_option("--threads", output.threads,
                       "1: read, decode and count on one thread; 2 (the default): read and decode on a second")
@@ -157,12 +207,24 @@ int main(int argc, char** argv) {
   }
 
   zemo::cli::OutputOptions output;
-  std::string capturePath;
-  CLI::App* analyze = app.add_subcommand("analyze", "Analyze a pcap or pcapng file ('-' reads standard input)");
-  analyze->add_option("CAPTURE", capturePath, "The capture file, or - for standard input")->required();
+  std::vector<std::string> capturePaths;
+  CLI::App* analyze = app.add_subcommand(
+      "analyze", "Analyze pcap or pcapng files ('-' reads standard input); several are merged in time order");
+  analyze
+      ->add_option("CAPTURE", capturePaths,
+                   "The capture files, or - for standard input; several are read as one capture, merged in time "
+                   "order as mergecap merges them")
+      ->required();
   zemo::cli::SaveOptions save;
   zemo::cli::WatchOptions watch;
-  AddRunOptions(analyze, output, save, watch, "packet time");
+  zemo::cli::InputOptions input;
+  AddRunOptions(analyze, output, save, watch, input, "packet time");
+  analyze
+      ->add_option("--from", input.from,
+                   "Leave out the packets before TIME: an ISO 8601 time (2026-01-01T10:00:00Z; UTC without a zone) "
+                   "or seconds from the first packet")
+      ->option_text("TIME");
+  analyze->add_option("--to", input.to, "Leave out the packets after TIME, given as for --from")->option_text("TIME");
 
   zemo::cli::LiveOptions live;
   CLI::App* capture = app.add_subcommand("capture", "Capture live from an interface until a limit or Ctrl-C");
@@ -173,7 +235,7 @@ int main(int argc, char** argv) {
   capture->add_option("-G,--seconds", live.seconds, "Stop after SECONDS seconds, with or without traffic")
       ->check(Whole("--seconds", "whole seconds", 1))
       ->option_text("SECONDS");
-  AddRunOptions(capture, output, save, watch, "capture time");
+  AddRunOptions(capture, output, save, watch, input, "capture time");
   analyze->footer(kRules);
   capture->footer(kRules);
 
@@ -206,8 +268,8 @@ int main(int argc, char** argv) {
     // Help is a success; every other parse failure is a usage error.
     return code == 0 ? 0 : 2;
   }
-  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePath, output, save, watch);
-  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output, save, watch);
+  if (analyze->parsed()) return zemo::cli::AnalyzeCommand(capturePaths, output, save, watch, input);
+  if (capture->parsed()) return zemo::cli::CaptureCommand(live, output, save, watch, input);
   if (show->parsed()) return zemo::cli::ShowCommand(savedPaths, output);
   return zemo::cli::GenerateCommand(outPath, generator);
 }

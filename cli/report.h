@@ -6,8 +6,11 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "cli/alarm_watch.h"
 #include "cli/analysis.h"
+#include "cli/report_model.h"
 #include "engine/data_table.h"
 #include "frame/engine_interfaces.h"
 #include "platform/variant.h"
@@ -17,13 +20,48 @@ namespace zemo::cli {
 // What the report says of the capture beside the context's figures. A
 // context loaded from saves has only the saved files and warnings.
 struct CaptureInfo {
-  std::string file;  // the path, "-" for standard input, or the interface
+  std::string file;                // the first file's path, or the interface
+  std::vector<std::string> files;  // the capture files of a run, "-" for standard input
   bool live = false;
   uint32_t linkType = 0;
-  std::string linkTypeName;
+  std::string linkTypeName;  // "EN10MB"
+  std::string linkTypeText;  // "Ethernet"
+  uint64_t fileSize = 0;     // of all the files; 0 when unknown (a pipe)
+  uint32_t snapLength = 0;   // the largest of the files'
+  std::string filter;        // the capture filter, if any
+  ZemoTime from = 0, to = 0;  // the window of packet time asked for; 0: open
   std::vector<std::string> warnings;
   std::vector<std::string> savedFiles;  // the files a loaded context came from
 };
+
+// The capture's totals: a run's own (whole bytes of frames beyond what the
+// statistics hold, earliest and latest valid stamps), a saved context's
+// from the context.
+struct Totals {
+  uint64_t packets = 0, bytes = 0;
+  ZemoTime start = 0, stop = 0;
+  uint64_t duration = 0;  // nanoseconds
+};
+Totals ReadTotals(const Analysis& analysis);
+
+// The statistic of that select name, or null.
+const StatisticEntry* FindStatistic(const Analysis& analysis, std::string_view name);
+
+// The dashboard's traffic series, since the dashboard offers no selection
+// table: bytes per second in each span from the start. The spans end on
+// whole seconds of packet time, so the first, from the first packet, is
+// shorter than the others when that packet is not on a whole second.
+struct DashboardSeries {
+  LONG interval = 0;
+  ZemoTime start = 0;
+  std::vector<double> samples;
+
+  ZemoTime From(size_t i) const;
+  // The bytes of span i: its rate over its true length.
+  double BytesOf(size_t i) const { return samples[i] * static_cast<double>(From(i + 1) - From(i)) / 1e9; }
+};
+// False when there is no dashboard or no rung is left.
+bool ReadDashboard(const Analysis& analysis, DashboardSeries* series);
 
 // A statistic's result table (ISelectableObject::GetTable), read a row at a
 // time, so that a table of a million rows never stands in memory twice. A
@@ -77,22 +115,30 @@ std::string CellText(const DataCellView& cell);
 void AppendJsonCell(std::string& out, const VARIANT& cell);
 void AppendJsonCell(std::string& out, const DataCellView& cell);
 
-// A rate for people: "12.34 Mbit/s".
-std::string BitRate(double bitsPerSecond);
+// A whole number as the JSON document holds it: a number where a double
+// holds it exactly, else the string of its digits.
+nlohmann::ordered_json JsonWhole(uint64_t value);
+nlohmann::ordered_json JsonWhole(int64_t value);
 
-// ZemoTime as ISO 8601 in UTC with nanoseconds: 2026-11-23T04:47:21.123456789Z.
-std::string IsoTime(ZemoTime time);
-
-// The medium's name for people: "802.3", "802.11", or the numbers.
-std::string MediumName(const LinkMedium& medium);
+// The version of the JSON document's form, its "schema"; the form is
+// described by cli/zemostats.schema.json.
+inline constexpr int kJsonSchemaVersion = 2;
 
 // The JSON document, written as it is made: the rows of each table go out
-// one by one.
+// one by one. report: the report's tables, written as they are.
 // watch, when there is one, adds the alarms, their changes of state and
 // the tracked series.
-void WriteJson(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, const AlarmWatch* watch = nullptr);
-void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info, size_t top,
-                 const AlarmWatch* watch = nullptr);
+void WriteJson(std::FILE* out, const Analysis& analysis, const CaptureInfo& info,
+               const std::vector<ReportSection>& report, const AlarmWatch* watch = nullptr);
+
+// The report for people; colour with the terminal's escapes.
+void PrintReport(std::FILE* out, const Analysis& analysis, const CaptureInfo& info,
+                 const std::vector<ReportSection>& report, bool colour);
+
+// Each table of the report as DIR/<table>.csv, and the capture's facts as
+// DIR/capture.csv, creating DIR if it is missing. On failure the message
+// says why.
+bool WriteCsv(const std::string& directory, const std::vector<ReportSection>& report, std::string* error);
 
 // Writes each statistic's text export as DIR/<name>.txt, creating DIR if it
 // is missing. On failure nothing written here is left and the message says why.

@@ -194,11 +194,13 @@ Json SummaryJson(const std::vector<SummaryNode>& tree) {
     switch (v.Type) {
       case kSummaryDate:
       case kSummaryTime: item["value"] = IsoTime(v.Time); break;
-      case kSummaryDuration: item["value"] = int64_t{v.Duration}; break;
+      case kSummaryDuration: item["value"] = JsonWhole(int64_t{v.Duration}); break;
       case kSummaryPackets:
       case kSummaryBytes:
-      case kSummaryInt: item["value"] = uint64_t{v.Count}; break;
-      case kSummaryPair: item["value"] = {{"packets", uint64_t{v.Pair.Packets}}, {"bytes", uint64_t{v.Pair.Bytes}}}; break;
+      case kSummaryInt: item["value"] = JsonWhole(uint64_t{v.Count}); break;
+      case kSummaryPair:
+        item["value"] = {{"packets", JsonWhole(uint64_t{v.Pair.Packets})}, {"bytes", JsonWhole(uint64_t{v.Pair.Bytes})}};
+        break;
       case kSummaryDouble: item["value"] = double{v.Double}; break;
       default: break;
     }
@@ -208,7 +210,7 @@ Json SummaryJson(const std::vector<SummaryNode>& tree) {
   return out;
 }
 
-void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree) {
+void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree, const std::string& heading) {
   struct Line {
     std::string name, value;
   };
@@ -224,7 +226,7 @@ void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree) {
   size_t width = 0;
   for (const Line& l : lines)
     if (!l.value.empty()) width = std::max(width, l.name.size());
-  std::fprintf(out, "\nSummary\n");
+  std::fprintf(out, "\n%s\n", heading.c_str());
   for (const Line& l : lines) {
     if (l.value.empty())
       std::fprintf(out, "%s\n", l.name.c_str());

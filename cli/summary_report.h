@@ -46,7 +46,7 @@ std::string SummaryValueForPeople(const SummaryStatValue& value);
 // durations in nanoseconds), with its children as "items".
 nlohmann::ordered_json SummaryJson(const std::vector<SummaryNode>& tree);
 
-// The "Summary" section of the report.
-void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree);
+// The summary section of the report, under its heading.
+void PrintSummary(std::FILE* out, const std::vector<SummaryNode>& tree, const std::string& heading);
 
 }  // namespace zemo::cli

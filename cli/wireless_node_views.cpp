@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "cli/report.h"
+#include "cli/report_model.h"
 #include "frame/clsids.h"
 #include "identity/identity_interfaces.h"
 #include "platform/strings.h"
@@ -35,16 +35,6 @@ void Signal(const ZemoWirelessNodeStat2& s, std::optional<int>* min, std::option
   *max = most;
 }
 
-template <class T>
-std::string Text(const std::optional<T>& v) {
-  return v ? std::to_string(*v) : "-";
-}
-template <class T>
-Json JsonOf(const std::optional<T>& v) {
-  return v ? Json(*v) : Json(nullptr);
-}
-std::string Shown(const std::string& name) { return name.empty() ? "-" : name; }
-Json NameJson(const std::string& name) { return name.empty() ? Json(nullptr) : Json(name); }
 
 // The length of the UTF-8 sequence of a printable character at s, or 0.
 size_t PrintableSequence(std::string_view s) {
@@ -158,62 +148,6 @@ bool ReadWirelessNodes(const Analysis& analysis, const WirelessWatch* watch, Wir
     if (nodes[i].Type == kNodeTypeESSID && i != unknownESSID)
       view->networks.push_back({NameOf(nodes[i]), apsOfNetwork[i], stationsOfNetwork[i]});
   return true;
-}
-
-TextTable AccessPointTable(const WirelessNodesView& view) {
-  TextTable t{{"BSSID", "Network", "Channel", "Protection", "Stations", "Packets", "Bytes", "Signal dBm min", "max"},
-              {},
-              {false, false, false, false, true, true, true, true, true}};
-  for (const AccessPointView& a : view.accessPoints)
-    t.rows.push_back({a.bssid, Shown(a.network), a.channel, a.protection, std::to_string(a.stations),
-                      std::to_string(a.packetsSent + a.packetsReceived), std::to_string(a.bytes), Text(a.signalMin),
-                      Text(a.signalMax)});
-  return t;
-}
-
-TextTable StationTable(const WirelessNodesView& view) {
-  TextTable t{{"Address", "Access point", "Network", "Packets", "Bytes", "Signal dBm min", "max", "Roams"},
-              {},
-              {false, false, false, true, true, true, true, true}};
-  for (const StationView& s : view.stations)
-    t.rows.push_back({s.address, s.accessPoint.empty() ? "-" : s.accessPoint,
-                      Shown(s.network), std::to_string(s.packetsSent + s.packetsReceived),
-                      std::to_string(s.bytes), Text(s.signalMin), Text(s.signalMax), std::to_string(s.roams)});
-  return t;
-}
-
-TextTable NetworkTable(const WirelessNodesView& view) {
-  TextTable t{{"Network", "Access points", "Stations"}, {}, {false, true, true}};
-  for (const NetworkView& n : view.networks)
-    t.rows.push_back({Shown(n.name), std::to_string(n.accessPoints), std::to_string(n.stations)});
-  return t;
-}
-
-Json AccessPointJson(const WirelessNodesView& view) {
-  Json rows = Json::array();
-  for (const AccessPointView& a : view.accessPoints)
-    rows.push_back(Json::array({a.bssid, NameJson(a.network), a.channel, a.protection, a.stations, a.packetsSent,
-                                a.packetsReceived, a.bytes, JsonOf(a.signalMin), JsonOf(a.signalMax)}));
-  return Json{{"columns", Json::array({"BSSID", "Network", "Channel", "Protection", "Stations", "PacketsSent",
-                                       "PacketsReceived", "Bytes", "SignalMinDbm", "SignalMaxDbm"})},
-              {"rows", std::move(rows)}};
-}
-
-Json StationJson(const WirelessNodesView& view) {
-  Json rows = Json::array();
-  for (const StationView& s : view.stations)
-    rows.push_back(Json::array({s.address, s.accessPoint.empty() ? Json(nullptr) : Json(s.accessPoint),
-                                NameJson(s.network), s.packetsSent,
-                                s.packetsReceived, s.bytes, JsonOf(s.signalMin), JsonOf(s.signalMax), s.roams}));
-  return Json{{"columns", Json::array({"Address", "AccessPoint", "Network", "PacketsSent", "PacketsReceived", "Bytes",
-                                       "SignalMinDbm", "SignalMaxDbm", "Roams"})},
-              {"rows", std::move(rows)}};
-}
-
-Json NetworkJson(const WirelessNodesView& view) {
-  Json rows = Json::array();
-  for (const NetworkView& n : view.networks) rows.push_back(Json::array({n.name, n.accessPoints, n.stations}));
-  return Json{{"columns", Json::array({"Network", "AccessPoints", "Stations"})}, {"rows", std::move(rows)}};
 }
 
 Json RoamJson(const WirelessWatch::Roam& roam) {

@@ -1,11 +1,11 @@
-// What the report and the JSON document say of an 802.11 capture's nodes:
-// its access points, stations and networks, read from WirelessNodeStats2,
-// with the protection each access point announced (WirelessWatch).
+// What the report says of an 802.11 capture's nodes: its access points,
+// stations and networks, read from WirelessNodeStats2, with the protection
+// each access point announced (WirelessWatch).
 //
 // A network name is shown as text where it is printable (UTF-8 included)
 // and escaped where it is not: "\xHH" for each byte that is no printable
 // character, "\\" for a backslash. A network whose name was never heard
-// (a hidden one among them) shows as "-" in the report and null in the JSON.
+// (a hidden one among them) has an empty name.
 #pragma once
 
 #include <optional>
@@ -50,13 +50,6 @@ bool ReadWirelessNodes(const Analysis& analysis, const WirelessWatch* watch, Wir
 
 // A name's bytes as text, escaped where they are not printable.
 std::string EscapedName(std::string_view bytes);
-
-TextTable AccessPointTable(const WirelessNodesView& view);
-TextTable StationTable(const WirelessNodesView& view);
-TextTable NetworkTable(const WirelessNodesView& view);
-nlohmann::ordered_json AccessPointJson(const WirelessNodesView& view);
-nlohmann::ordered_json StationJson(const WirelessNodesView& view);
-nlohmann::ordered_json NetworkJson(const WirelessNodesView& view);
 
 // A roam of the JSON "events".
 nlohmann::ordered_json RoamJson(const WirelessWatch::Roam& roam);

@@ -1,6 +1,6 @@
-// What the report and the JSON document say of an 802.11 capture: its
-// radio channels and its data rates, read from WirelessChannelStats (the
-// first generation, whose -127 tells a figure without any reading).
+// An 802.11 capture's radio channels and data rates as the report gives
+// them, read from WirelessChannelStats (the first generation, whose -127
+// tells a figure without any reading).
 //
 // A channel's signal and noise are in dBm: the least and greatest reading,
 // and the average power over the channel's packets (10 log10 of the mean of
@@ -10,8 +10,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "cli/analysis.h"
 #include "wireless/channel_records.h"
@@ -43,20 +41,5 @@ struct WirelessView {
 
 // False when the context has no channel statistics.
 bool ReadWireless(const Analysis& analysis, WirelessView* view);
-
-// A table for people: its column heads, its rows as text, and which
-// columns hold numbers.
-struct TextTable {
-  std::vector<std::string> heads;
-  std::vector<std::vector<std::string>> rows;
-  std::vector<bool> numeric;
-};
-// The "Channels" and "Data rates" sections.
-TextTable ChannelTable(const WirelessView& view);
-TextTable DataRateTable(const WirelessView& view);
-
-// The same as JSON, "columns" and "rows"; figures without a reading are null.
-nlohmann::ordered_json ChannelJson(const WirelessView& view);
-nlohmann::ordered_json DataRateJson(const WirelessView& view);
 
 }  // namespace zemo::cli

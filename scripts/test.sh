@@ -7,8 +7,9 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
-# tshark and capinfos: the peers that the capture tests compare with.
-scripts/setup.sh tshark
+# tshark, capinfos, tcpdump and mergecap: the peers that the capture tests
+# compare with; python3-jsonschema validates the JSON document by its schema.
+scripts/setup.sh tshark tcpdump python3-jsonschema
 export ZEMO_REQUIRE_PEERS=1
 
 jobs=$(nproc)

@@ -1,6 +1,8 @@
 // Real captures and a live interface through the zemostats program.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <optional>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -59,9 +61,37 @@ Truth ReadWithLibpcap(const std::string& path) {
   return t;
 }
 
+// The problems of JSON documents against the document's schema, one a line,
+// from Debian's python3-jsonschema; nullopt when it is not installed.
+std::optional<std::string> SchemaProblems(const std::vector<std::string>& documents, const std::string& scratch) {
+  if (std::system("/usr/bin/python3 -c 'import jsonschema' >/dev/null 2>&1") != 0) return std::nullopt;
+  const std::string list = scratch + "/documents", script = scratch + "/validate.py", out = scratch + "/problems";
+  std::ofstream(list) << [&] {
+    std::string text;
+    for (const std::string& d : documents) text += d + "\n";
+    return text;
+  }();
+  std::ofstream(script) << R"(import json, sys
+import jsonschema
+validator = jsonschema.Draft7Validator(json.load(open(sys.argv[1])))
+jsonschema.Draft7Validator.check_schema(validator.schema)
+for path in open(sys.argv[2]).read().split("\n"):
+    if path:
+        for e in validator.iter_errors(json.load(open(path))):
+            print(path + ": /" + "/".join(str(p) for p in e.absolute_path) + ": " + e.message[:300])
+)";
+  const std::string command = "/usr/bin/python3 " + script + " " ZEMO_SOURCE_DIR "/cli/zemostats.schema.json " +
+                              list + " >" + out + " 2>&1";
+  const int status = std::system(command.c_str());
+  std::string problems = ReadFile(out);
+  if (status != 0 && problems.empty()) problems = "the validator failed";
+  return problems;
+}
+
 // One capture through `zemostats analyze --json`, read on a second thread
-// and again on one; empty when all is well, else what went wrong.
-std::string CheckCapture(const std::string& path, bool leakCheck) {
+// and again on one; empty when all is well, else what went wrong. The
+// document goes to saveAs.
+std::string CheckCapture(const std::string& path, bool leakCheck, const std::string& saveAs) {
   Truth truth = ReadWithLibpcap(path);
   // The leak check at exit is most of an instrumented run's time: every
   // tenth capture has it, to keep the whole run short.
@@ -78,6 +108,7 @@ std::string CheckCapture(const std::string& path, bool leakCheck) {
   if (r.exitCode != wanted) return "exit code " + std::to_string(r.exitCode) + ", wanted " + std::to_string(wanted) + ": " + r.err;
   json doc = json::parse(r.out, nullptr, false);
   if (doc.is_discarded()) return "no JSON document";
+  std::ofstream(saveAs) << r.out;
   uint64_t packets = doc["capture"]["packets"].get<uint64_t>(), bytes = doc["capture"]["bytes"].get<uint64_t>();
   if (packets != truth.packets || bytes != truth.bytes)
     return "totals " + std::to_string(packets) + " packets, " + std::to_string(bytes) + " bytes; libpcap reads " +
@@ -101,9 +132,10 @@ TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
   std::atomic<size_t> next{0};
   std::mutex lock;
   std::vector<std::string> failures;
+  ScratchDir documents;
   auto worker = [&] {
     for (size_t i; (i = next++) < files.size();) {
-      std::string problem = CheckCapture(files[i], i % 10 == 0);
+      std::string problem = CheckCapture(files[i], i % 10 == 0, documents.File(std::to_string(i) + ".json"));
       if (!problem.empty()) {
         std::lock_guard<std::mutex> hold(lock);
         failures.push_back(files[i] + ": " + problem);
@@ -115,6 +147,103 @@ TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
   b.join();
   for (const std::string& f : failures) ADD_FAILURE() << f;
   EXPECT_TRUE(failures.empty()) << failures.size() << " of " << files.size() << " captures";
+
+  // Every document has the form its schema file gives.
+  std::vector<std::string> written;
+  for (size_t i = 0; i < files.size(); ++i)
+    if (FileExists(documents.File(std::to_string(i) + ".json"))) written.push_back(documents.File(std::to_string(i) + ".json"));
+  EXPECT_GT(written.size(), files.size() / 2);
+  std::optional<std::string> problems = SchemaProblems(written, documents.Path());
+  if (!problems && std::getenv("ZEMO_REQUIRE_PEERS")) {
+    ADD_FAILURE() << "python3-jsonschema is missing";
+  }
+  if (problems) {
+    EXPECT_EQ("", problems->substr(0, 4000)) << "documents that break cli/zemostats.schema.json";
+  }
+}
+
+// A CSV file's fields, by RFC 4180; a line that does not end in CRLF, or a
+// quote out of place, is a problem.
+std::vector<std::vector<std::string>> ParseCsv(const std::string& text, std::string* problem) {
+  std::vector<std::vector<std::string>> lines(1, std::vector<std::string>(1));
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    std::string& field = lines.back().back();
+    if (quoted) {
+      if (c != '"') field += c;
+      else if (i + 1 < text.size() && text[i + 1] == '"') field += text[++i];
+      else quoted = false;
+    } else if (c == '"' && field.empty()) {
+      quoted = true;
+    } else if (c == ',') {
+      lines.back().emplace_back();
+    } else if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
+      ++i;
+      lines.emplace_back(1);
+    } else if (c == '\n' || c == '\r' || c == '"') {
+      *problem = "a bare line end or quote at byte " + std::to_string(i);
+      return {};
+    } else {
+      field += c;
+    }
+  }
+  if (quoted || lines.back().size() != 1 || !lines.back()[0].empty()) *problem = "the last line is not ended";
+  lines.pop_back();
+  return lines;
+}
+
+// A value of the JSON document as a CSV field has it.
+bool SameValue(const json& value, const std::string& field) {
+  if (value.is_null()) return field.empty();
+  if (value.is_string()) return value.get<std::string>() == field;
+  if (value.is_number_float()) return !field.empty() && std::strtod(field.c_str(), nullptr) == value.get<double>();
+  return value.dump() == field;
+}
+
+// The report's tables in their forms on real captures: each table of the
+// JSON document's report has its CSV file, whose head is the table's
+// columns and whose lines are the whole table in the report's order, the
+// rows the report shows first; capture.csv has the capture's figures; and
+// the rows of every table in the JSON document are keyed by its columns.
+TEST(SharedCaptures, CsvFilesAndTheJsonDocumentHoldTheSameTables) {
+  fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
+  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: no third-party captures to run";
+  for (const char* name : {"tcpdump/afs.pcap", "aircrack/wpa2-psk-linksys.cap", "tcpdump/LINKTYPE_RAW_ipv6.pcap",
+                           "tcpdump/mptcp-v0.pcap"}) {
+    SCOPED_TRACE(name);
+    ScratchDir dir;
+    const std::string csv = dir.File("csv");
+    RunResult r = RunZemostats({"analyze", "--json", "--top", "3", "--csv", csv, (root / name).string()});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    const json doc = json::parse(r.out);
+    ASSERT_FALSE(doc["report"].empty());
+    for (const auto& [id, table] : doc["report"].items()) {
+      SCOPED_TRACE(id);
+      std::string problem;
+      const auto lines = ParseCsv(ReadFile(csv + "/" + id + ".csv"), &problem);
+      ASSERT_EQ("", problem);
+      ASSERT_FALSE(lines.empty());
+      EXPECT_EQ(table["columns"].get<std::vector<std::string>>(), lines[0]);
+      EXPECT_EQ(table["rows"].size() + table["more_rows"].get<size_t>(), lines.size() - 1);
+      for (size_t i = 0; i < table["rows"].size() && i + 1 < lines.size(); ++i)
+        for (size_t c = 0; c < lines[0].size() && c < lines[i + 1].size(); ++c)
+          EXPECT_TRUE(SameValue(table["rows"][i][lines[0][c]], lines[i + 1][c]))
+              << "row " << i << " " << lines[0][c] << ": " << table["rows"][i][lines[0][c]] << " " << lines[i + 1][c];
+    }
+    std::string problem;
+    bool packets = false;
+    for (const auto& line : ParseCsv(ReadFile(csv + "/capture.csv"), &problem))
+      if (line.size() == 3 && line[1] == "packets") packets = SameValue(doc["capture"]["packets"], line[2]);
+    EXPECT_TRUE(packets) << problem;
+    for (const json* tables : {&doc["report"], &doc["statistics"]})
+      for (const auto& [id, table] : tables->items())
+        for (const json& row : table["rows"]) {
+          std::set<std::string> keys;
+          for (const auto& [key, value] : row.items()) keys.insert(key);
+          ASSERT_EQ(table["columns"].get<std::set<std::string>>(), keys) << id;
+        }
+  }
 }
 
 // Figures once reported wrong on these captures, against what tshark and
@@ -127,12 +256,12 @@ TEST(SharedCaptures, FiguresOnceWrongAreWhatTsharkCounts) {
   auto conversations = [](const json& doc, const std::string& protocol) {
     uint64_t packets = 0;
     for (const json& row : doc["statistics"]["conversationstats"]["rows"])
-      if (row[2] == protocol) packets += row[3].get<uint64_t>();
+      if (row["Protocol"] == protocol) packets += row["Packets"].get<uint64_t>();
     return packets;
   };
   auto protocol = [](const json& doc, const std::string& name) {
     for (const json& row : doc["statistics"]["protocolidstats"]["rows"])
-      if (row[0] == name) return row[1].get<uint64_t>();
+      if (row["Protocol"] == name) return row["Packets"].get<uint64_t>();
     return uint64_t(0);
   };
   auto warned = [](const json& doc, const std::string& text) {
@@ -149,7 +278,7 @@ TEST(SharedCaptures, FiguresOnceWrongAreWhatTsharkCounts) {
       {"aircrack/wpa2-psk-linksys.cap", [&](const json& d) { EXPECT_EQ(85u, conversations(d, "802.11 Beacon")); }},
       {"aircrack/zn2i.pcap", [&](const json& d) { EXPECT_EQ(4u, conversations(d, "EAPOL")); }},
       {"aircrack/80211ad_beacon.pcap",
-       [&](const json& d) { EXPECT_EQ(1u, d["statistics"]["conversationstats"]["rows"][0][3].get<uint64_t>()); }},
+       [&](const json& d) { EXPECT_EQ(1u, d["statistics"]["conversationstats"]["rows"][0]["Packets"].get<uint64_t>()); }},
       // A stamp a second or more past its second poisons no rate.
       {"tcpdump/timestamp_invalid_nano.pcap",
        [&](const json& d) {
@@ -335,7 +464,7 @@ TEST(ZemostatsLive, PrintsTheWindowsTopTalkersEverySecond) {
   ASSERT_EQ(0, r.exitCode) << r.err;
   json doc = json::parse(r.out);
   std::set<std::string> nodes;
-  for (const json& row : doc["statistics"]["rollingnodestats"]["rows"]) nodes.insert(row[0].get<std::string>());
+  for (const json& row : doc["statistics"]["rollingnodestats"]["rows"]) nodes.insert(row["Node"].get<std::string>());
   EXPECT_EQ(10, doc["statistics"]["rollingnodestats"]["window_seconds"]);
   const std::regex line(R"(^\d\d:\d\d:\d\d  last (\d+) s:  (\S+) [0-9.]+ (k|M|G)?bit/s.*)");
   int lines = 0;

@@ -36,6 +36,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/cli_support.h"
+#include "cli/generator.h"
 
 namespace {
 
@@ -130,20 +131,14 @@ Expected FromTshark(const std::string& path) {
   return e;
 }
 
-size_t Column(const json& table, const char* name) {
-  const json& c = table["columns"];
-  return static_cast<size_t>(std::find(c.begin(), c.end(), name) - c.begin());
-}
-
 // Differences between what tshark implies and what zemostats counted, in words.
 std::vector<std::string> CompareTables(const Expected& e, const json& doc) {
   std::vector<std::string> out;
   const json& nodes = doc["statistics"]["nodestats"];
   Nodes got;
   for (const json& row : nodes["rows"])
-    got[row[Column(nodes, "Node")].get<std::string>()] = {
-        row[Column(nodes, "PacketsSent")], row[Column(nodes, "PacketsReceived")], row[Column(nodes, "BytesSent")],
-        row[Column(nodes, "BytesReceived")]};
+    got[row["Node"].get<std::string>()] = {row["PacketsSent"], row["PacketsReceived"], row["BytesSent"],
+                                           row["BytesReceived"]};
   auto text = [](const Figures& f) {
     return std::to_string(f.packetsSent) + "/" + std::to_string(f.packetsReceived) + " packets, " +
            std::to_string(f.bytesSent) + "/" + std::to_string(f.bytesReceived) + " bytes sent/received";
@@ -162,9 +157,9 @@ std::vector<std::string> CompareTables(const Expected& e, const json& doc) {
   const json& table = doc["statistics"]["conversationstats"];
   Conversations conversations;
   for (const json& row : table["rows"]) {
-    auto& c = conversations[{row[Column(table, "Source")], row[Column(table, "Dest")]}];
-    c.first += row[Column(table, "Packets")].get<uint64_t>();
-    c.second += row[Column(table, "Bytes")].get<uint64_t>();
+    auto& c = conversations[{row["Source"], row["Dest"]}];
+    c.first += row["Packets"].get<uint64_t>();
+    c.second += row["Bytes"].get<uint64_t>();
   }
   if (conversations != e.conversations) {
     for (const auto& [pair, figures] : e.conversations)
@@ -238,7 +233,7 @@ std::vector<std::string> CheckCapture(const std::string& path) {
 }
 
 bool HavePeers(std::string* missing) {
-  for (const char* tool : {"tshark", "capinfos"})
+  for (const char* tool : {"tshark", "capinfos", "tcpdump", "mergecap"})
     if (std::system(("command -v " + std::string(tool) + " >/dev/null 2>&1").c_str()) != 0) *missing += tool + std::string(" ");
   return missing->empty();
 }
@@ -250,7 +245,7 @@ bool HavePeers(std::string* missing) {
     std::string missing;                                                                       \
     if (!HavePeers(&missing)) {                                                                \
       if (std::getenv("ZEMO_REQUIRE_PEERS")) FAIL() << "missing peers: " << missing;           \
-      GTEST_SKIP() << "tshark and capinfos are needed (scripts/test.sh installs them): " << missing; \
+      GTEST_SKIP() << "the peers are needed (scripts/test.sh installs them): " << missing;          \
     }                                                                                          \
   } while (0)
 
@@ -313,7 +308,7 @@ TEST(Peers, TrafficLinesAreTsharksIoStatBins) {
     std::vector<std::pair<uint64_t, uint64_t>> ours;
     uint64_t packets = 0, bytes = 0;
     for (const json& row : traffic["rows"]) {
-      ours.emplace_back(row[1].get<uint64_t>(), row[2].get<uint64_t>());
+      ours.emplace_back(row["Packets"].get<uint64_t>(), row["Bytes"].get<uint64_t>());
       packets += ours.back().first;
       bytes += ours.back().second;
     }
@@ -329,6 +324,94 @@ TEST(Peers, TrafficLinesAreTsharksIoStatBins) {
         peakBytes = std::max<uint64_t>(peakBytes, Number(cells[3].substr(cells[3].find_first_not_of(' '))));
     }
     EXPECT_EQ(peakBytes * 8, capture["peak_bits_per_second"].get<uint64_t>());
+  }
+}
+
+// A capture filter passes the packets that tcpdump passes with it.
+TEST(Peers, AFilterPassesWhatTcpdumpPasses) {
+  SKIP_WITHOUT_PEERS();
+  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  const std::pair<const char*, const char*> cases[] = {
+      {"tcpdump/afs.pcap", "udp port 7000 or udp port 7001"},
+      {"tcpdump/afs.pcap", "host 192.168.3.4 and not udp"},
+      {"tcpdump/mptcp-v0.pcap", "tcp[tcpflags] & tcp-syn != 0"},
+      {"tcpdump/LINKTYPE_RAW_ipv6.pcap", "ip6 and icmp6"},
+      {"aircrack/wpa2-psk-linksys.cap", "type data"},
+      {"aircrack/wpa2-psk-linksys.cap", "ether proto 0x888e or type mgt subtype beacon"},
+  };
+  for (const auto& [name, filter] : cases) {
+    SCOPED_TRACE(std::string(name) + ": " + filter);
+    const std::string path = (CapturesRoot() / name).string();
+    RunResult r = RunZemostats({"analyze", "--json", "-f", filter, path});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    const json capture = json::parse(r.out)["capture"];
+    const std::string counted = Output("tcpdump -r " + Quote(path) + " --count " + Quote(filter));
+    ASSERT_NE(std::string::npos, counted.find(" packets")) << counted;
+    EXPECT_EQ(Number(counted.substr(0, counted.find(' '))), capture["packets"].get<uint64_t>());
+    EXPECT_EQ(filter, capture["filter"]);
+  }
+}
+
+// Files analyzed together are their mergecap merge: two samples whose
+// packets interleave and tie, one read from standard input, and two real
+// captures years apart.
+TEST(Peers, FilesAnalyzedTogetherAreTheirMergecapMerge) {
+  SKIP_WITHOUT_PEERS();
+  ScratchDir dir;
+  const std::string a = dir.File("a.pcap"), b = dir.File("b.pcap");
+  std::string error;
+  ASSERT_TRUE(zemo::cli::Generate(a, {3000, 30, 10, 3}, nullptr, &error)) << error;
+  ASSERT_TRUE(zemo::cli::Generate(b, {2000, 20, 12, 4}, nullptr, &error)) << error;
+  std::vector<std::pair<std::string, std::string>> pairs = {{a, b}};
+  if (fs::is_directory(CapturesRoot()))
+    pairs.emplace_back((CapturesRoot() / "tcpdump/mptcp-v0.pcap").string(), (CapturesRoot() / "tcpdump/afs.pcap").string());
+  for (const auto& [first, second] : pairs) {
+    SCOPED_TRACE(first + " " + second);
+    const std::string merged = dir.File("merged.pcapng");
+    ASSERT_EQ(0, std::system(("mergecap -w " + Quote(merged) + " " + Quote(first) + " " + Quote(second)).c_str()));
+    RunResult one = RunZemostats({"analyze", "--json", merged});
+    RunResult two = RunZemostats({"analyze", "--json", first, "-"}, second);
+    ASSERT_EQ(0, one.exitCode) << one.err;
+    ASSERT_EQ(0, two.exitCode) << two.err;
+    json x = json::parse(one.out), y = json::parse(two.out);
+    EXPECT_EQ(json::array({first, "-"}), y["capture"]["files"]);
+    EXPECT_EQ(x["statistics"], y["statistics"]);
+    EXPECT_EQ(x["report"], y["report"]);
+    for (const char* field : {"packets", "bytes", "start", "stop", "time_ordered", "traffic", "peak_bits_per_second"})
+      EXPECT_EQ(x["capture"][field], y["capture"][field]) << field;
+  }
+}
+
+// The protocol hierarchy counts each protocol's packets as tshark's io,phs
+// does, summed over the places it stands in tshark's tree, on captures
+// without tunnels (whose inner layers the decoder does not report).
+TEST(Peers, TheProtocolHierarchyCountsWhatTsharksIoPhsCounts) {
+  SKIP_WITHOUT_PEERS();
+  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  const std::map<std::string, std::string> names = {{"eth", "Ethernet II"}, {"ip", "IPv4"}, {"ipv6", "IPv6"},
+                                                    {"tcp", "TCP"},         {"udp", "UDP"}, {"arp", "ARP"},
+                                                    {"icmp", "ICMP"},       {"icmpv6", "ICMPv6"}};
+  for (const char* name : {"tcpdump/afs.pcap", "tcpdump/mptcp-v0.pcap", "tcpdump/OSPFv2_Capture_FINAL.pcapng",
+                           "tcpdump/OSPFv3_broadcast_adjacency.pcap", "tcpdump/LINKTYPE_RAW_ipv6.pcap",
+                           "tcpdump/EIGRP_ipv6.pcap"}) {
+    SCOPED_TRACE(name);
+    const std::string path = (CapturesRoot() / name).string();
+    std::map<std::string, uint64_t> theirs, ours;
+    std::stringstream lines(Output("tshark -q -r " + Quote(path) + " -z io,phs"));
+    for (std::string line; std::getline(lines, line);) {
+      std::stringstream words(line);
+      std::string protocol, frames;
+      words >> protocol >> frames;
+      if (names.count(protocol) && frames.rfind("frames:", 0) == 0) theirs[names.at(protocol)] += Number(frames.substr(7));
+    }
+    RunResult r = RunZemostats({"analyze", "--json", path});
+    ASSERT_EQ(0, r.exitCode) << r.err;
+    const json document = json::parse(r.out);
+    for (const json& row : document["report"]["protocol_hierarchy"]["rows"])
+      for (const auto& [theirName, ourName] : names)
+        if (row["protocol"] == ourName) ours[ourName] += row["packets"].get<uint64_t>();
+    EXPECT_FALSE(theirs.empty());
+    EXPECT_EQ(theirs, ours);
   }
 }
 

@@ -75,9 +75,10 @@ TEST(WirelessNodes, TheReportHasAccessPointsStationsAndNetworks) {
   if (!testing_cli::FileExists(capture)) GTEST_SKIP() << capture << " is absent";
   const testing_cli::RunResult run = testing_cli::RunZemostats({"analyze", capture});
   ASSERT_EQ(0, run.exitCode) << run.err;
-  EXPECT_NE(std::string::npos, run.out.find("\nAccess points\n  BSSID              Network  Channel       Protection"));
+  EXPECT_NE(std::string::npos, run.out.find("\nAccess points\n  signal in dBm: least, greatest\n"
+                                          "  BSSID              Network  Channel       Protection  Stations"));
   EXPECT_NE(std::string::npos, run.out.find("  00:0b:86:c2:a4:85  linksys  1 - 2412 MHz  WPA2               1"));
-  EXPECT_NE(std::string::npos, run.out.find("\nStations\n  Address            Access point       Network"));
+  EXPECT_NE(std::string::npos, run.out.find("  00:13:ce:55:98:ef  00:0b:86:c2:a4:85  linksys"));
   EXPECT_NE(std::string::npos, run.out.find("\nNetworks\n  Network  Access points  Stations\n  linksys              1"));
 }
 

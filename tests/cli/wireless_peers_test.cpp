@@ -98,19 +98,21 @@ Figures FromTshark(const std::string& path) {
 // tshark knows that frequency, else by number.
 Figures FromZemostats(const json& doc, const Figures& peer) {
   Figures f;
-  for (const json& row : doc["channels"]["rows"]) {
-    const long number = row[1], frequency = row[2];
+  for (const json& row : doc["report"]["channels"]["rows"]) {
+    const long number = row["number"].is_null() ? 0 : row["number"].get<long>();
+    const long frequency = row["frequency_mhz"];
     const std::string byFrequency = "F" + std::to_string(frequency), byNumber = "C" + std::to_string(number);
     const std::string key = frequency && (peer.channels.count(byFrequency) || !number) ? byFrequency
                             : number                                                    ? byNumber
                                                                                         : "-";
     Group& g = f.channels[key];
-    g.packets += row[4].get<uint64_t>();
-    g.bytes += row[5].get<uint64_t>();
+    g.packets += row["packets"].get<uint64_t>();
+    g.bytes += row["bytes"].get<uint64_t>();
     auto dbm = [](const json& v) { return v.is_null() ? std::nullopt : std::optional<long>(v.get<long>()); };
-    g.Signal(dbm(row[7]), dbm(row[9]));
+    g.Signal(dbm(row["signal_min_dbm"]), dbm(row["signal_max_dbm"]));
   }
-  for (const json& row : doc["data_rates"]["rows"]) f.rates[row[1].get<long>()] += row[2].get<uint64_t>();
+  for (const json& row : doc["report"]["data_rates"]["rows"])
+    f.rates[row["half_megabits"].get<long>()] += row["packets"].get<uint64_t>();
   return f;
 }
 
@@ -144,7 +146,7 @@ TEST(Peers, ChannelsAndDataRatesOfEvery80211CaptureAgainstTshark) {
       const RunResult run = RunZemostats({"analyze", "--json", "--threads", "1", c.path});
       std::string fault;
       json doc = json::parse(run.out, nullptr, false);
-      if (doc.is_discarded() || !doc.contains("channels")) {
+      if (doc.is_discarded() || !doc["report"].contains("channels")) {
         fault = "no channels in zemostats's document (exit " + std::to_string(run.exitCode) + ")";
       } else {
         const Figures peer = FromTshark(c.path), mine = FromZemostats(doc, peer);

@@ -20,21 +20,22 @@ TEST(ZemostatsWireless, ChannelsRatesATrackedChannelAndSaves) {
 
   RunResult run = RunZemostats({"analyze", "--track-channel", label, capture});
   ASSERT_EQ(0, run.exitCode) << run.err;
-  EXPECT_NE(std::string::npos, run.out.find("\nChannels\n  Channel            Packets  Bytes   Share"));
-  EXPECT_NE(std::string::npos, run.out.find("  " + label + "       12   1650  100.0%"));
+  EXPECT_NE(std::string::npos, run.out.find("\nChannels\n"));
+  EXPECT_NE(std::string::npos, run.out.find("  " + label + "       12   1650  100.0%         -76  -36.74  -32\n"));
   EXPECT_NE(std::string::npos, run.out.find("\nData rates\n"));
   EXPECT_NE(std::string::npos, run.out.find("  19.5 Mbit/s        1    187   8.3%"));
-  EXPECT_NE(std::string::npos, run.out.find("Track of channel " + label + ", per second"));
+  EXPECT_NE(std::string::npos, run.out.find("Track of channel " + label + "\n  per second\n"));
 
   run = RunZemostats({"analyze", "--json", "--track-channel", label, "--track-channel", "6 - 2437 MHz (bg)", capture});
   ASSERT_EQ(0, run.exitCode) << run.err;
   const json doc = json::parse(run.out);
-  ASSERT_EQ(1u, doc["channels"]["rows"].size());
-  EXPECT_EQ(label, doc["channels"]["rows"][0][0]);
-  EXPECT_EQ(-76, doc["channels"]["rows"][0][7]);
-  EXPECT_TRUE(doc["channels"]["rows"][0][10].is_null());  // no noise reading
+  const json& channels = doc["report"]["channels"]["rows"];
+  ASSERT_EQ(1u, channels.size());
+  EXPECT_EQ(label, channels[0]["channel"]);
+  EXPECT_EQ(-76, channels[0]["signal_min_dbm"]);
+  EXPECT_TRUE(channels[0]["noise_min_dbm"].is_null());  // no noise reading
   uint64_t ratePackets = 0;
-  for (const json& r : doc["data_rates"]["rows"]) ratePackets += r[2].get<uint64_t>();
+  for (const json& r : doc["report"]["data_rates"]["rows"]) ratePackets += r["packets"].get<uint64_t>();
   EXPECT_EQ(12u, ratePackets);
   ASSERT_EQ(2u, doc["tracks"].size());
   EXPECT_EQ("channel", doc["tracks"][0]["kind"]);
