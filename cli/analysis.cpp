@@ -171,11 +171,17 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
   // statistics.
   // The rolling window is made in the shape asked for, which its
   // interfaces cannot change.
-  // The statistics of radio channels join 802.11 captures only.
+  // The statistics of radio channels and nodes join 802.11 captures only.
   const bool wireless = m_medium.subType == MediumOfLinkType(link::kIeee80211).subType;
+  const auto radioOnly = [](REFCLSID clsid) {
+    for (const CLSID* c : {&CLSID_WirelessChannelStats, &CLSID_WirelessChannelStats2, &CLSID_WirelessNodeStats,
+                           &CLSID_WirelessNodeStats2})
+      if (clsid == *c) return true;
+    return false;
+  };
   for (const ClassInfo& row : ClassTable()) {
     if (row.clsid == CLSID_StatsContext) continue;
-    if (!wireless && (row.clsid == CLSID_WirelessChannelStats || row.clsid == CLSID_WirelessChannelStats2)) continue;
+    if (!wireless && radioOnly(row.clsid)) continue;
     ComPtr<IZemoStats> stats;
     HRESULT hr;
     if (row.clsid == CLSID_RollingNodeStats && m_window) {
@@ -187,6 +193,7 @@ bool Analysis::Start(uint32_t linkType, uint64_t linkSpeed, std::string* error) 
     if (FAILED(hr)) continue;
     m_context->AddStats(row.clsid, stats.Get());
   }
+  if (wireless) m_wireless = std::make_unique<WirelessWatch>();
   AddHostParts();
   CollectStatistics();
   CheckHr(m_context.As(&m_process));
@@ -322,6 +329,7 @@ void Analysis::Process(const DecodedFrame& decoded) {
   if (!m_decoder.Known()) ++f.undecoded;
   if (decoded.faults) m_expert->Count(decoded.faults);
 
+  if (m_wireless) m_wireless->Observe(decoded.packet.Get());
   if (!m_timing) {
     m_process->ProcessPacket(decoded.packet.Get());
     return;

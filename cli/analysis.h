@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,7 @@
 #include "engine/capture_facts.h"
 #include "engine/expert_stats.h"
 #include "cli/traffic_series.h"
+#include "cli/wireless_watch.h"
 #include "engine/frame_decoder.h"
 #include "engine/site.h"
 #include "frame/stats_interfaces.h"
@@ -76,6 +78,8 @@ class Analysis {
   // deltas in order (LoadContextFiles). False with a message on failure.
   bool StartFromSaves(const std::vector<std::string>& paths, std::string* error);
   bool FromSaves() const { return m_fromSaves; }
+  // What the host follows of an 802.11 capture; null on any other medium and from saves.
+  const WirelessWatch* Wireless() const { return m_wireless.get(); }
 
   // The length in seconds of the moving window of RollingNodeStats, before
   // Start; the ring's default when not set.
@@ -165,6 +169,7 @@ class Analysis {
   std::vector<std::function<void(ZemoTime)>> m_onTick;
   std::function<void(ZemoTime, bool)> m_onSecond;
   ComPtr<ExpertStats> m_expert;
+  std::unique_ptr<WirelessWatch> m_wireless;  // on 802.11 captures
   ComPtr<Site> m_site;
   ComPtr<CaptureFacts> m_captureFacts;
   uint64_t m_liveSince = 0;  // MonotonicNs at the start of a live capture; 0 for a file

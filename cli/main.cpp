@@ -33,6 +33,8 @@ constexpr const char* kRules =
     "  - A tunnel (GRE, VXLAN, IP in IP) counts under its outer header's addresses; ISL under its inner frame's.\n"
     "  - An 802.11 frame relayed through an access point counts under its end-to-end pair and under its\n"
     "    transmitter-receiver hop; tshark's conv,wlan has the hop only.\n"
+    "  - An 802.11 frame with a bad checksum counts in no access point or station; a network name that names\n"
+    "    none (a lone blank, a hidden network's 32 bytes of padding) leaves an access point's name as it was.\n"
     "  - Frames longer than 65535 bytes count as 65535 bytes in the statistics; the capture totals are whole.\n"
     "  - Traffic lines and the peak second start at the first packet, as tshark's io,stat does.";
 

@@ -11,6 +11,7 @@
 
 #include "cli/node_views.h"
 #include "cli/summary_report.h"
+#include "cli/wireless_node_views.h"
 #include "frame/persist_interfaces.h"
 #include "network/dashboard_stats.h"
 #include "network/history_stats.h"
@@ -456,8 +457,20 @@ void AppendCount(std::string& out, double value) {
 
 // "alarms", "events" and "tracks" of the JSON document; the series a row
 // of time, packets and bytes per line, as a plotting tool takes it.
-void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
+void WriteWatchJson(JsonOut& out, const AlarmWatch* watchOrNull, const WirelessWatch* wireless) {
   std::string& t = out.Text();
+  const std::vector<WirelessWatch::Roam> noRoams;
+  const std::vector<WirelessWatch::Roam>& roams = wireless ? wireless->Roams() : noRoams;
+  if (!watchOrNull || !watchOrNull->HasAlarms()) {
+    // Without alarms the events are the roams, if any.
+    if (!roams.empty()) {
+      t += "  \"events\": [";
+      for (size_t i = 0; i < roams.size(); ++i) t += (i ? ",\n    " : "\n    ") + RoamJson(roams[i]).dump();
+      t += "\n  ],\n";
+    }
+    if (!watchOrNull) return;
+  }
+  const AlarmWatch& watch = *watchOrNull;
   if (watch.HasAlarms()) {
     Json alarms = Json::array();
     for (const AlarmWatch::AlarmOutcome& o : watch.Outcomes()) {
@@ -475,6 +488,11 @@ void WriteWatchJson(JsonOut& out, const AlarmWatch& watch) {
       t += Json{{"time", IsoTime(e.time)}, {"alarm", e.alarm}, {"state", e.state}, {"severity", e.severity},
                 {"message", e.message}}
                .dump();
+    }
+    for (const WirelessWatch::Roam& r : roams) {
+      t += first ? "\n    " : ",\n    ";
+      first = false;
+      t += RoamJson(r).dump();
     }
     t += first ? "],\n" : "\n  ],\n";
   }
@@ -696,7 +714,7 @@ void WriteJson(std::FILE* file, const Analysis& analysis, const CaptureInfo& inf
   }
   out.Text() += first ? "},\n" : "\n  },\n";
   WriteHostsJson(out, analysis);
-  if (watch) WriteWatchJson(out, *watch);
+  WriteWatchJson(out, watch, analysis.Wireless());
   out.Text() += "  \"warnings\": " + Indented(Json(info.warnings), 1) + "\n}\n";
 }
 

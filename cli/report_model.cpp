@@ -10,6 +10,7 @@
 
 #include "cli/node_views.h"
 #include "cli/report.h"
+#include "cli/wireless_node_views.h"
 #include "cli/wireless_views.h"
 #include "engine/proto_specs.h"
 #include "frame/clsids.h"
@@ -337,6 +338,65 @@ void WirelessSection(const Analysis& analysis, std::vector<ReportSection>& out) 
   out.push_back(std::move(section));
 }
 
+
+// An 802.11 capture's access points, stations and networks.
+void WirelessNodeSection(const Analysis& analysis, std::vector<ReportSection>& out) {
+  auto view = std::make_shared<WirelessNodesView>();
+  if (!ReadWirelessNodes(analysis, analysis.Wireless(), view.get()) ||
+      (view->accessPoints.empty() && view->stations.empty()))
+    return;
+  auto name = [](const std::string& n) { return n.empty() ? Cell() : Cell(n); };
+  auto dbm = [](const std::optional<int>& v) { return v ? Cell(double(*v)) : Cell(); };
+  ReportSection section{"wireless_nodes", "802.11 nodes", {}, {}};
+  ReportTable aps{"access_points", "Access points", "signal in dBm: least, greatest", {}, view->accessPoints.size(),
+                  nullptr, 0, "none", -1};
+  aps.columns = {{"bssid", "BSSID", Unit::kText},
+                 {"network", "Network", Unit::kText},
+                 {"channel", "Channel", Unit::kText},
+                 {"protection", "Protection", Unit::kText},
+                 {"stations", "Stations", Unit::kCount},
+                 {"packets", "Packets", Unit::kCount},
+                 {"packets_sent", "Sent", Unit::kCount, true},
+                 {"packets_received", "Received", Unit::kCount, true},
+                 {"bytes", "Bytes", Unit::kBytes},
+                 {"signal_min_dbm", "Signal min", Unit::kNumber},
+                 {"signal_max_dbm", "max", Unit::kNumber}};
+  aps.row = [view, name, dbm](size_t i, std::vector<Cell>& cells) {
+    const AccessPointView& a = view->accessPoints[i];
+    cells = {a.bssid, name(a.network), a.channel, a.protection, uint64_t{a.stations},
+             a.packetsSent + a.packetsReceived, a.packetsSent, a.packetsReceived, a.bytes, dbm(a.signalMin),
+             dbm(a.signalMax)};
+  };
+  ReportTable stations{"stations", "Stations", "signal in dBm: least, greatest", {}, view->stations.size(),
+                       nullptr, 0, "none", -1};
+  stations.columns = {{"address", "Address", Unit::kText},
+                      {"access_point", "Access point", Unit::kText},
+                      {"network", "Network", Unit::kText},
+                      {"packets", "Packets", Unit::kCount},
+                      {"packets_sent", "Sent", Unit::kCount, true},
+                      {"packets_received", "Received", Unit::kCount, true},
+                      {"bytes", "Bytes", Unit::kBytes},
+                      {"signal_min_dbm", "Signal min", Unit::kNumber},
+                      {"signal_max_dbm", "max", Unit::kNumber},
+                      {"roams", "Roams", Unit::kCount}};
+  stations.row = [view, name, dbm](size_t i, std::vector<Cell>& cells) {
+    const StationView& s = view->stations[i];
+    cells = {s.address, name(s.accessPoint), name(s.network), s.packetsSent + s.packetsReceived, s.packetsSent,
+             s.packetsReceived, s.bytes, dbm(s.signalMin), dbm(s.signalMax), uint64_t{s.roams}};
+  };
+  ReportTable networks{"networks", "Networks", "", {}, view->networks.size(), nullptr, 0, "none", -1};
+  networks.columns = {{"network", "Network", Unit::kText},
+                      {"access_points", "Access points", Unit::kCount},
+                      {"stations", "Stations", Unit::kCount}};
+  networks.row = [view, name](size_t i, std::vector<Cell>& cells) {
+    const NetworkView& n = view->networks[i];
+    cells = {name(n.name), uint64_t{n.accessPoints}, uint64_t{n.stations}};
+  };
+  section.tables.push_back(std::move(aps));
+  section.tables.push_back(std::move(stations));
+  section.tables.push_back(std::move(networks));
+  out.push_back(std::move(section));
+}
 
 // The protocols by identifier as a tree: each protocol under its parent in
 // the protocol tree, or under the nearest ancestor with packets when its
@@ -819,6 +879,7 @@ std::vector<ReportSection> GatherReport(const Analysis& analysis, const CaptureI
   SizesAndErrors(analysis, out);
   TrafficSection(analysis, out);
   WirelessSection(analysis, out);
+  WirelessNodeSection(analysis, out);
   HierarchySection(analysis, totals, out);
   NodeSections(analysis, totals, options, out);
   ProtocolAndConversationSections(analysis, totals, options, out);

@@ -32,6 +32,9 @@
 #include "wireless/wireless_channel_stats.h"
 #include "wireless/wireless_channel_stats2.h"
 #include "wireless/wireless_channel_stats_tracker.h"
+#include "wireless/wireless_association.h"
+#include "wireless/wireless_node_stats.h"
+#include "wireless/wireless_node_stats2.h"
 
 namespace zemo {
 namespace {
@@ -70,9 +73,9 @@ const ClassInfo kClasses[] = {
     {u"WirelessChannelStats", CLSID_WirelessChannelStats, false, &CreateClass<WirelessChannelStats>, {&IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid, &IID_IZemoStatsTrackerFactory}},
     {u"WirelessChannelStats2", CLSID_WirelessChannelStats2, false, &CreateClass<WirelessChannelStats2>, {&IID_IWirelessChannelStats2, &IID_IWirelessChannelStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
     {u"WirelessChannelStatsTracker", CLSID_WirelessChannelStatsTracker, false, &CreateClass<WirelessChannelStatsTracker>, {&IID_IZemoStatsTracker, &IID_IWirelessChannelStatsTracker, &IID_ICloneable, &IID_IPersistXml}},
-    {u"WirelessNodeAssociationTable", CLSID_WirelessNodeAssociationTable, false, nullptr, {&IID_IWirelessNodeAssociationTable, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
-    {u"WirelessNodeStats", CLSID_WirelessNodeStats, false, nullptr, {&IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid}},
-    {u"WirelessNodeStats2", CLSID_WirelessNodeStats2, false, nullptr, {&IID_IWirelessNodeStats2, &IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
+    {u"WirelessNodeAssociationTable", CLSID_WirelessNodeAssociationTable, false, &CreateClass<WirelessNodeAssociationTable>, {&IID_IWirelessNodeAssociationTable, &IPersistStream::iid, &IID_IPersistXml, &IPersistFile::iid}},
+    {u"WirelessNodeStats", CLSID_WirelessNodeStats, false, &CreateClass<WirelessNodeStats>, {&IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas, &IID_IPersistXml, &IID_IPersistXmlDeltas, &IPersistFile::iid}},
+    {u"WirelessNodeStats2", CLSID_WirelessNodeStats2, false, &CreateClass<WirelessNodeStats2>, {&IID_IWirelessNodeStats2, &IID_IWirelessNodeStats, &IID_IZemoStats, &IID_IProcessPacket, &IID_IResetProcessing, &IPersistStream::iid, &IID_ISaveStreamDeltas}},
 };
 
 }  // namespace

@@ -68,4 +68,16 @@ ULONG NameTable::GetTableStamp() {
   return stamp->GetStamp();
 }
 
+zemo::ComPtr<INameTable> AddressBookOf(IUnknown* context) noexcept {
+  zemo::ComPtr<INameTable> book;
+  if (!context) return book;
+  zemo::ComPtr<IObjectWithSite> withSite;
+  zemo::ComPtr<IServiceProvider> services;
+  if (FAILED(context->QueryInterface(IObjectWithSite::iid, withSite.OutVoid())) || !withSite ||
+      FAILED(withSite->GetSite(IServiceProvider::iid, services.OutVoid())) || !services ||
+      FAILED(services->QueryService(kServiceNameTable, INameTable::iid, book.OutVoid())))
+    book = nullptr;
+  return book;
+}
+
 }  // namespace COMGlue

@@ -63,4 +63,9 @@ class NameTable {
   zemo::ComPtr<IMediaUtils> m_mediaUtils;
 };
 
+// The address book of a context's site: the context's IObjectWithSite, its
+// site's IServiceProvider, and that one's kServiceNameTable. Null when any
+// step of the way fails.
+zemo::ComPtr<INameTable> AddressBookOf(IUnknown* context) noexcept;
+
 }  // namespace COMGlue

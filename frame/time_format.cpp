@@ -6,6 +6,7 @@
 
 #include "platform/clock.h"
 #include "platform/object.h"
+#include "platform/strings.h"
 
 namespace zemo {
 namespace {
@@ -127,6 +128,10 @@ HRESULT FormatTime(char16_t* buffer, size_t capacity, ZemoTime time, int precisi
 HRESULT FormatDuration(char16_t* buffer, size_t capacity, int64_t duration, int precision, const char16_t* format) {
   if (!format) return E_POINTER;
   return IntoBuffer(buffer, capacity, [&] { return FormatDuration(duration, precision, format); });
+}
+
+std::string LocalDateTime(ZemoTime time) {
+  return ToUtf8(FormatDate(time, true)) + " " + ToUtf8(FormatTime(time, -1, true));
 }
 
 }  // namespace zemo

@@ -41,4 +41,8 @@ HRESULT FormatTime(char16_t* buffer, size_t capacity, ZemoTime time, int precisi
 std::u16string FormatDuration(int64_t duration, int precision, std::u16string_view format);
 HRESULT FormatDuration(char16_t* buffer, size_t capacity, int64_t duration, int precision, const char16_t* format);
 
+// Local date, a blank, local time without a fraction: the time columns of
+// the wireless exports. Raises as the text forms above.
+std::string LocalDateTime(ZemoTime time);
+
 }  // namespace zemo

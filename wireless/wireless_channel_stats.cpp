@@ -69,10 +69,6 @@ void PrintFigures(TextWriter& out, uint8_t min, uint8_t max, uint8_t current, ui
              ShownDbm(dmin), ShownDbm(dmax), ShownDbm(dcur), averageDbm);
 }
 
-std::string LocalStamp(ZemoTime time) {
-  return ToUtf8(FormatDate(time, true)) + " " + ToUtf8(FormatTime(time, -1, true));
-}
-
 }  // namespace
 
 // --- the channels ---
@@ -379,7 +375,7 @@ HRESULT WirelessChannelStats::Save(LPCOLESTR fileName, BOOL) {
                      s.SignaldBmMax, s.SignaldBmCurrent, c.Packets);
         PrintFigures(out, s.NoiseMin, s.NoiseMax, s.NoiseCurrent, s.NoiseSum, s.NoisePower, s.NoisedBmMin,
                      s.NoisedBmMax, s.NoisedBmCurrent, c.Packets);
-        out.Printf("%s\t%s\n", LocalStamp(c.FirstTime).c_str(), LocalStamp(c.LastTime).c_str());
+        out.Printf("%s\t%s\n", LocalDateTime(c.FirstTime).c_str(), LocalDateTime(c.LastTime).c_str());
       }
     });
   });

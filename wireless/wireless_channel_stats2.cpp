@@ -1,23 +1,11 @@
 #include "wireless/wireless_channel_stats2.h"
 
-#include <vector>
-
 #include "frame/clsids.h"
 #include "frame/engine_interfaces.h"
 #include "frame/task_memory.h"
+#include "wireless/adapter_facts.h"
 
 namespace zemo {
-namespace {
-
-// An array in task memory that the adapter handed out, freed with it.
-template <class T>
-struct TaskArray {
-  T* p = nullptr;
-  ULONG count = 0;
-  ~TaskArray() { CoTaskMemFree(p); }
-};
-
-}  // namespace
 
 ZemoWirelessChannelStat FirstGenerationStat(const ZemoWirelessChannelStatEntry2& e) {
   ZemoWirelessChannelStat s;
@@ -160,26 +148,7 @@ HRESULT WirelessChannelStats2::SetContext(IZemoStatsContext* context) {
 HRESULT WirelessChannelStats2::Reset() {
   IZemoStatsContext* context = nullptr;
   Locked([&] { context = m_context; });
-  if (!context) return E_FAIL;  // nothing to start from
-  return Boundary([&]() -> HRESULT {
-    ComPtr<IAdapterInfo> adapter;
-    CheckHr(context->GetAdapterInfo(adapter.ReleaseAndGetAddressOf()));
-    ULONG mediaType = 0, mediaSubType = 0;
-    TaskArray<SWirelessChannel> channels;
-    TaskArray<ULONG> rates;
-    if (adapter) {
-      CheckHr(adapter->GetMediaType(&mediaType));
-      CheckHr(adapter->GetMediaSubType(&mediaSubType));
-      CheckHr(adapter->GetWirelessChannels(&channels.p, &channels.count));
-      CheckHr(adapter->GetDataRates(&rates.p, &rates.count));
-    }
-    return Locked([&] {
-      if (!adapter)
-        m_engine.Clear();
-      else
-        m_engine.Init(mediaType, mediaSubType, channels.p, channels.count, rates.p, rates.count, nullptr, 0);
-    });
-  });
+  return ResetFromAdapter(context, m_engine, [this](auto&& body) { return Locked(body); });
 }
 
 HRESULT WirelessChannelStats2::ProcessPacket(IPacket* packet) {

@@ -8,9 +8,36 @@
 #include "platform/interfaces.h"
 
 struct IEntityTable;
-struct IWirelessNodeAssociationTable;
 struct ZemoWirelessNodeStatEntry;
 struct ZemoWirelessNodeDataRateStat;
+
+#pragma pack(push, 1)
+
+// One tie of the association table: record indexes into a node table,
+// 0xFFFFFFFF where unknown.
+struct ZemoWirelessNodeAssociation {
+  ULONG ESSIDIndex;
+  ULONG BSSIDIndex;
+  ULONG NodeIndex;
+  ULONG Strength;  // 2 firm, 1 loose
+
+  friend bool operator==(const ZemoWirelessNodeAssociation& a, const ZemoWirelessNodeAssociation& b) {
+    return a.ESSIDIndex == b.ESSIDIndex && a.BSSIDIndex == b.BSSIDIndex && a.NodeIndex == b.NodeIndex &&
+           a.Strength == b.Strength;
+  }
+};
+static_assert(sizeof(ZemoWirelessNodeAssociation) == 16);
+
+#pragma pack(pop)
+
+inline constexpr ULONG kStrengthLoose = 1;
+inline constexpr ULONG kStrengthFirm = 2;
+
+struct IWirelessNodeAssociationTable : IUnknown {
+  static constexpr IID iid = IID_IWirelessNodeAssociationTable;
+  virtual HRESULT GetCount(ULONG* count) = 0;
+  virtual HRESULT GetAssociation(ULONG index, ZemoWirelessNodeAssociation* record) = 0;
+};
 
 // 14 counts of the nodes seen, in this order.
 struct ZemoWirelessNodeTotals {
@@ -43,6 +70,24 @@ struct IWirelessNodeStats : IUnknown {
   virtual HRESULT GetNodeStat(ULONG index, ZemoWirelessNodeStatEntry* record) = 0;
   virtual HRESULT GetTotals(ZemoWirelessNodeTotals* totals) = 0;
   // Arrays in task memory, which the caller frees; null and 0 when empty.
+  virtual HRESULT GetDataRates(ULONG** rates, ULONG* count) = 0;
+  virtual HRESULT GetNodeDataRates(ULONG index, ZemoWirelessNodeDataRateStat** rates, ULONG* count) = 0;
+};
+
+struct ZemoWirelessNodeStat2;
+
+// The second generation: the same operations, with the 470-byte record.
+struct IWirelessNodeStats2 : IUnknown {
+  static constexpr IID iid = IID_IWirelessNodeStats2;
+  virtual HRESULT GetEntityTable(IEntityTable** table) = 0;
+  virtual HRESULT GetAssociationTable(IWirelessNodeAssociationTable** table) = 0;
+  virtual HRESULT GetNodeCount(ULONG* count) = 0;
+  virtual HRESULT GetRateChangeCount(ULONG* count) = 0;
+  virtual HRESULT GetUnknownBSSIDIndex(ULONG* index) = 0;
+  virtual HRESULT GetUnknownESSIDIndex(ULONG* index) = 0;
+  virtual HRESULT GetNodeIndex(ULONG entity, ULONG* index, BOOL* found) = 0;
+  virtual HRESULT GetNodeStat(ULONG index, ZemoWirelessNodeStat2* record) = 0;
+  virtual HRESULT GetTotals(ZemoWirelessNodeTotals* totals) = 0;
   virtual HRESULT GetDataRates(ULONG** rates, ULONG* count) = 0;
   virtual HRESULT GetNodeDataRates(ULONG index, ZemoWirelessNodeDataRateStat** rates, ULONG* count) = 0;
 };

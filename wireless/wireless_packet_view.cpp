@@ -101,4 +101,16 @@ bool WirelessPacketView::TestFlags(ULONG mask) const {
   return set != FALSE;
 }
 
+void ReadRadioPair(IPacketAddresses* addresses, MediaSpec* transmitter, MediaSpec* receiver) {
+  auto read = [addresses](HRESULT (IPacketAddresses::*get)(MediaSpec*), HRESULT (IPacketAddresses::*fallback)(MediaSpec*),
+                          MediaSpec* out) {
+    *out = MediaSpec{};
+    if (SUCCEEDED((addresses->*get)(out))) return;
+    *out = MediaSpec{};
+    if (FAILED((addresses->*fallback)(out))) *out = MediaSpec{};
+  };
+  read(&IPacketAddresses::GetWirelessTransmitter, &IPacketAddresses::GetPhysicalSource, transmitter);
+  read(&IPacketAddresses::GetWirelessReceiver, &IPacketAddresses::GetPhysicalDestination, receiver);
+}
+
 }  // namespace zemo

@@ -72,4 +72,11 @@ class WirelessPacketView {
   ComPtr<IWirelessPacket> m_radio;
 };
 
+// The transmitter and receiver of an 802.11 packet, empty where it has
+// none. A host may name them only where they differ from the frame's source
+// and destination (so that a frame counts once in one conversation): where
+// the packet names no transmitter, its source stands in, and its
+// destination for the receiver.
+void ReadRadioPair(IPacketAddresses* addresses, MediaSpec* transmitter, MediaSpec* receiver);
+
 }  // namespace zemo

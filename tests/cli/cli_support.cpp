@@ -8,13 +8,13 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 namespace zemo::testing_cli {
 namespace {
-
 
 std::atomic<int> g_runs{0};
 

@@ -36,7 +36,8 @@ class BrokenPath final : public zemo::Object<BrokenPath, ISelectParams> {
 const std::set<std::u16string> kSizeUnknown = {
     u"AlarmCollection",      u"ConversationStats", u"EntityTable",      u"NodeStats",    u"NodeStatsHierarchy",
     u"ProtocolStats",        u"ProtocolStatsByID", u"RollingNodeStats", u"StatsContext", u"SummaryStats",
-    u"SummaryStatsSnapshot", u"TupleTable",        u"WirelessChannelStats", u"WirelessChannelStats2"};
+    u"SummaryStatsSnapshot", u"TupleTable",        u"WirelessChannelStats", u"WirelessChannelStats2",
+    u"WirelessNodeAssociationTable", u"WirelessNodeStats", u"WirelessNodeStats2"};
 
 TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
   auto path = BrokenPath::Create();
