@@ -310,15 +310,15 @@ void WirelessSection(const Analysis& analysis, std::vector<ReportSection>& out) 
   channels.row = [view](size_t i, std::vector<Cell>& cells) {
     const ChannelView& c = view->channels[i];
     auto dbm = [](const auto& v) { return v ? Cell(double(*v)) : Cell(); };
-    // A number below 0 is no channel number the radio told.
-    const Cell number = c.channel.Channel > 0 ? Cell(uint64_t(c.channel.Channel)) : Cell();
-    cells = {c.label,           number,
+    cells = {c.label,           uint64_t(std::max<int>(c.channel.Channel, 0)),
              uint64_t{c.channel.Frequency}, uint64_t{c.channel.Band},
              c.packets,         c.bytes,
              Share(c.packets, view->packets), dbm(c.signal.min),
              dbm(c.signal.average), dbm(c.signal.max),
              dbm(c.noise.min),  dbm(c.noise.average),
              dbm(c.noise.max)};
+    // 0 is no channel number the radio told.
+    if (c.channel.Channel <= 0) cells[1] = std::monostate{};
   };
   ReportTable rates{"data_rates", "Data rates", "over every channel", {}, view->rates.size(), nullptr, 0, "none", -1};
   rates.columns = {{"rate", "Rate", Unit::kText},
