@@ -31,6 +31,20 @@ const char* AuthenticationText(uint8_t type) {
   }
 }
 
+const ByteString& UnknownESSIDName() {
+  static const ByteString name(kUnknownESSID, sizeof kUnknownESSID - 1);
+  return name;
+}
+
+MediaSpec UnknownBSSIDSpec() noexcept {
+  constexpr uint32_t kTypePhysical = 13;
+  MediaSpec s{};
+  s.fClass = 2;
+  s.fType = kTypePhysical;
+  s.fMask = MediaSpecFullMask(kTypePhysical);
+  return s;
+}
+
 bool IsUsableESSID(const uint8_t* name, size_t length) noexcept {
   if (length == 1 && name[0] == 0x20) return false;
   if (length == 32)

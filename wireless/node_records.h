@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+#include "frame/byte_string.h"
 #include "identity/media_specs.h"
 #include "wireless/channel_records.h"
 
@@ -188,6 +189,9 @@ const char* AuthenticationText(uint8_t type);
 
 // The name the node statistics give the networks they cannot name.
 inline constexpr char kUnknownESSID[] = "ESSID Unknown";
+const ByteString& UnknownESSIDName();
+// The BSSID the node statistics file frames under that name none.
+MediaSpec UnknownBSSIDSpec() noexcept;
 
 // Whether an SSID element's name (its first 32 bytes at most) is one that
 // names a network: not a lone blank, and not 32 bytes of which any lies

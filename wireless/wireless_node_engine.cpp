@@ -16,31 +16,11 @@ constexpr uint32_t kNone = CWirelessNodeStats::kNone;
 constexpr uint32_t kTagESSIDs = 0x65737369;
 constexpr uint32_t kTagAssociations = 0x61736F63;
 constexpr uint8_t kKindWithoutTrust = 0x60;
-constexpr uint32_t kTypePhysical = 13;
 
 // Frame control: the first byte less its version bits.
 constexpr uint8_t kSubtypeData = 0x08;
 constexpr uint8_t kSubtypeAssociationResponse = 0x10;
 constexpr uint8_t kSubtypeReassociationResponse = 0x30;
-
-const ByteString& UnknownName() {
-  static const ByteString name(kUnknownESSID, sizeof kUnknownESSID - 1);
-  return name;
-}
-
-MediaSpec UnknownBSSIDSpec() {
-  MediaSpec s{};
-  s.fClass = 2;
-  s.fType = kTypePhysical;
-  s.fMask = MediaSpecFullMask(kTypePhysical);
-  return s;
-}
-
-bool PacketTest(IPacket* p, HRESULT (IPacket::*test)(BOOL*)) {
-  BOOL yes = FALSE;
-  CheckHr((p->*test)(&yes));
-  return yes != FALSE;
-}
 
 USHORT FrameKind(IPacket* p) {
   USHORT kind = 0xFFFF;
@@ -49,12 +29,6 @@ USHORT FrameKind(IPacket* p) {
 }
 
 // An address the packet does not have stays empty.
-MediaSpec Address(IPacketAddresses* a, HRESULT (IPacketAddresses::*get)(MediaSpec*)) {
-  MediaSpec s{};
-  if (FAILED((a->*get)(&s))) s = MediaSpec{};
-  return s;
-}
-
 // The later less the earlier, or all ones when either is unset (all ones)
 // or the later is the smaller.
 uint64_t TimeDifference(ZemoTime later, ZemoTime earlier) {
@@ -178,7 +152,7 @@ uint32_t CWirelessNodeStats::GetBSSIDIndex(const MediaSpec& spec) {
   // An access point points at itself.
   if (r->Stat.RecentBSSIDStatIndex == kNone || r->Stat.RecentBSSIDStatIndex == m_unknownBSSID)
     r->Stat.RecentBSSIDStatIndex = n;
-  if (r->Stat.RecentESSIDStatIndex == kNone) SetNodeESSID(n, UnknownName());
+  if (r->Stat.RecentESSIDStatIndex == kNone) SetNodeESSID(n, UnknownESSIDName());
   return n;
 }
 
@@ -194,7 +168,7 @@ uint32_t CWirelessNodeStats::GetUnknownBSSIDIndex() {
 }
 
 uint32_t CWirelessNodeStats::GetUnknownESSIDIndex() {
-  if (m_unknownESSID == kNone) m_unknownESSID = GetESSIDIndex(UnknownName());
+  if (m_unknownESSID == kNone) m_unknownESSID = GetESSIDIndex(UnknownESSIDName());
   return m_unknownESSID;
 }
 
@@ -238,7 +212,7 @@ void CWirelessNodeStats::ProcessPacket(WirelessPacketView& view) {
   IPacketAddresses* a = view.Addresses();
   MediaSpec transmitter, receiver;
   ReadRadioPair(a, &transmitter, &receiver);
-  const MediaSpec bssidSpec = Address(a, &IPacketAddresses::GetBSSID);
+  const MediaSpec bssidSpec = PacketAddressOr(a, &IPacketAddresses::GetBSSID);
   if (IsGroupAddress(transmitter)) transmitter.fClass = transmitter.fType = 0;
   const uint32_t bssid = GetBSSIDIndex(bssidSpec);
   ProcessTransmitter(view, transmitter, receiver, bssidSpec, bssid);

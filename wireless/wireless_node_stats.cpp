@@ -23,15 +23,9 @@ constexpr uint32_t kNone = WirelessNodeStats::kNone;
 constexpr uint16_t kProtoTkipOrWep = 0xF0;
 constexpr uint16_t kProtoEapResponse = 0x3728;
 constexpr uint16_t kProtoCiscoElement = 0xDD;
-constexpr uint32_t kTypePhysical = 13;
 
 using Entry = ZemoWirelessNodeStatEntry;
 using Stat = ZemoWirelessNodeStat;
-
-const ByteString& UnknownName() {
-  static const ByteString name(kUnknownESSID, sizeof kUnknownESSID - 1);
-  return name;
-}
 
 void InitEntry(Entry& e, uint32_t key) {
   std::memset(&e, 0, sizeof e);
@@ -42,18 +36,6 @@ void InitEntry(Entry& e, uint32_t key) {
   s.SignaldBmMin = s.SignaldBmMax = s.SignaldBmCurrent = kNoDbm;
   s.NoisedBmMin = s.NoisedBmMax = s.NoisedBmCurrent = kNoDbm;
   s.SignalMin = s.NoiseMin = 100;
-}
-
-bool Test(IPacket* p, HRESULT (IPacket::*test)(BOOL*)) {
-  BOOL yes = FALSE;
-  CheckHr((p->*test)(&yes));
-  return yes != FALSE;
-}
-
-MediaSpec Address(IPacketAddresses* a, HRESULT (IPacketAddresses::*get)(MediaSpec*)) {
-  MediaSpec s{};
-  if (FAILED((a->*get)(&s))) s = MediaSpec{};
-  return s;
 }
 
 // Percent and dBm figures of one reading; -127 dBm is no reading.
@@ -292,17 +274,13 @@ uint32_t WirelessNodeStats::GetBSSIDIndex(const MediaSpec& spec) {
   const uint32_t n = FindOrAddNode(id);
   Entry& e = Rec(n);
   if (e.RecentBSSIDStatIndex == kNone || e.RecentBSSIDStatIndex == m_unknownBSSID) e.RecentBSSIDStatIndex = n;
-  if (e.RecentESSIDStatIndex == kNone) SetNodeESSID(n, UnknownName());
+  if (e.RecentESSIDStatIndex == kNone) SetNodeESSID(n, UnknownESSIDName());
   return n;
 }
 
 uint32_t WirelessNodeStats::UnknownBSSID() {
   if (m_unknownBSSID == kNone) {
-    MediaSpec s{};
-    s.fClass = 2;
-    s.fType = kTypePhysical;
-    s.fMask = MediaSpecFullMask(kTypePhysical);
-    const uint32_t n = GetBSSIDIndex(s);
+    const uint32_t n = GetBSSIDIndex(UnknownBSSIDSpec());
     if (n != kNone) {
       Rec(n).Stat.Type = kNodeTypeAP;
       m_unknownBSSID = n;
@@ -312,7 +290,7 @@ uint32_t WirelessNodeStats::UnknownBSSID() {
 }
 
 uint32_t WirelessNodeStats::UnknownESSID() {
-  if (m_unknownESSID == kNone) m_unknownESSID = GetESSIDIndex(UnknownName());
+  if (m_unknownESSID == kNone) m_unknownESSID = GetESSIDIndex(UnknownESSIDName());
   return m_unknownESSID;
 }
 
@@ -404,10 +382,10 @@ HRESULT WirelessNodeStats::ProcessPacket(IPacket* packet) {
 
 HRESULT WirelessNodeStats::Process(IPacket* p) {
   if (!p) return E_POINTER;
-  if (!Test(p, &IPacket::IsWireless)) return S_FALSE;
+  if (!PacketTest(p, &IPacket::IsWireless)) return S_FALSE;
   USHORT length = 0;
   CheckHr(p->GetPacketLength(&length));
-  if (Test(p, &IPacket::IsError)) return S_FALSE;
+  if (PacketTest(p, &IPacket::IsError)) return S_FALSE;
   ZemoTime time = 0;
   ULONG flags = 0, proto = 0;
   const BYTE* data = nullptr;
@@ -428,7 +406,7 @@ HRESULT WirelessNodeStats::Process(IPacket* p) {
   CheckHr(QueryTo(p, &addresses));
   MediaSpec transmitter, receiver;
   ReadRadioPair(addresses.Get(), &transmitter, &receiver);
-  const MediaSpec bssidSpec = Address(addresses.Get(), &IPacketAddresses::GetBSSID);
+  const MediaSpec bssidSpec = PacketAddressOr(addresses.Get(), &IPacketAddresses::GetBSSID);
   if (IsGroupAddress(transmitter)) transmitter.fClass = transmitter.fType = 0;
   const uint32_t bssid = GetBSSIDIndex(bssidSpec);
   if (!data) captured = 0;

@@ -17,10 +17,25 @@
 #pragma once
 
 #include "frame/packet.h"
+#include "platform/exception.h"
 #include "platform/object.h"
 #include "wireless/wireless_signal.h"
 
 namespace zemo {
+
+// A yes-or-no question to the packet; a failure is thrown.
+inline bool PacketTest(IPacket* p, HRESULT (IPacket::*test)(BOOL*)) {
+  BOOL yes = FALSE;
+  CheckHr((p->*test)(&yes));
+  return yes != FALSE;
+}
+
+// One of the packet's addresses, or the empty spec where it has none.
+inline MediaSpec PacketAddressOr(IPacketAddresses* a, HRESULT (IPacketAddresses::*get)(MediaSpec*)) {
+  MediaSpec s{};
+  if (FAILED((a->*get)(&s))) s = MediaSpec{};
+  return s;
+}
 
 class WirelessPacketView {
  public:
