@@ -133,11 +133,24 @@ std::u16string_view DataRows::TextAt(uint32_t place) const noexcept {
   return {at + 2, uint32_t{at[0]} | uint32_t{at[1]} << 16};
 }
 
+uint32_t DataRows::PlaceOf(BSTR text) {
+  const std::u16string_view view(text, SysStringLen(text));
+  if (!m_known) {
+    if (m_rows.size() < kKnownFrom) return AddText(view);
+    m_known.reset(new KnownText[size_t{1} << kKnownBits]);
+  }
+  const auto address = reinterpret_cast<uintptr_t>(text);
+  KnownText& known = m_known[(address >> 3) * 0x9E3779B97F4A7C15ull >> (64 - kKnownBits)];
+  if (known.text == text && TextAt(known.place) == view) return known.place;
+  known = KnownText{text, AddText(view)};
+  return known.place;
+}
+
 DataRows::Cell DataRows::Pack(const VARIANT& value) {
   Cell cell;
   cell.vt = value.vt;
   if (value.vt == VT_BSTR)
-    cell.ref = value.bstrVal ? AddText(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal))) : kNullText;
+    cell.ref = value.bstrVal ? PlaceOf(value.bstrVal) : kNullText;
   else
     std::memcpy(&cell.bits, &value.llVal, sizeof cell.bits);
   return cell;
@@ -205,25 +218,42 @@ DataRows::Cell& DataRows::Place(size_t row, LONG column) {
   return m_cells[span.first + wanted];
 }
 
-void DataRows::Store(size_t row, LONG column, const VARIANT& value) {
-  std::lock_guard<CObjectLock> hold(ObjectLock());
-  VARTYPE type = m_columns->TypeAt(column);
+DataRows::Cell DataRows::Convert(VARTYPE type, const VARIANT& value) {
   // A cell owns its value: a reference would outlive what it points at.
   if (value.vt & ~VT_TYPEMASK) AtlThrow(DISP_E_BADVARTYPE);
   // An empty or null value clears the cell rather than turning into 0 or failing.
   const bool asItIs = type == VT_EMPTY || value.vt == type || value.vt == VT_EMPTY || value.vt == VT_NULL;
-  Cell packed;
-  if (asItIs && (IsPlain(value.vt) || value.vt == VT_BSTR)) {
-    packed = Pack(value);
-  } else {
-    CVariant cell;
-    if (asItIs)
-      CheckHr(VariantCopy(&cell, &value));
-    else
-      CheckHr(VariantChangeType(&cell, &value, 0, type));
-    packed = Keep(std::move(cell));
-  }
-  Place(row, column) = packed;
+  if (asItIs && (IsPlain(value.vt) || value.vt == VT_BSTR)) return Pack(value);
+  CVariant cell;
+  if (asItIs)
+    CheckHr(VariantCopy(&cell, &value));
+  else
+    CheckHr(VariantChangeType(&cell, &value, 0, type));
+  return Keep(std::move(cell));
+}
+
+void DataRows::Store(size_t row, LONG column, const VARIANT& value) {
+  std::lock_guard<CObjectLock> hold(ObjectLock());
+  const VARTYPE type = m_columns->TypeAt(column);
+  Place(row, column) = Convert(type, value);
+}
+
+HRESULT DataRows::AppendRow(LONG count, const VARIANT* const* values) {
+  return Locked([&] {
+    const auto width = static_cast<uint32_t>(m_columns->Count());
+    if (count < 0 || static_cast<uint32_t>(count) > width) AtlThrow(E_INVALIDARG);
+    if (count > 0 && !values) AtlThrow(E_POINTER);
+    if (m_cells.size() + width > 0xFFFFFFFFu) AtlThrow(E_OUTOFMEMORY);
+    // Every cell is made before the row joins, so that a failure adds no
+    // half row (a text it stored stays in the pool, unreferenced).
+    std::vector<Cell> made(static_cast<size_t>(count));
+    for (LONG i = 0; i < count; ++i)
+      if (values[i] && values[i]->vt != VT_EMPTY) made[i] = Convert(m_columns->TypeAt(i), *values[i]);
+    const auto first = static_cast<uint32_t>(m_cells.size());
+    m_cells.resize(m_cells.size() + width);
+    std::copy(made.begin(), made.end(), m_cells.begin() + first);
+    m_rows.push_back(Span{first, width});
+  });
 }
 
 void DataRows::Load(size_t row, LONG column, VARIANT* value) const {

@@ -72,13 +72,14 @@ class DataRow final : public Object<DataRow, IDataRow> {
 // hundreds of thousands of rows, so cells are 16 bytes each in one array,
 // their text lies end to end in large pieces, and a value is a VARIANT again
 // only when it is read: a row costs no allocation of its own.
-class DataRows final : public Object<DataRows, IDataRows> {
+class DataRows final : public Object<DataRows, IDataRows, IDataRowsAppend> {
  public:
   explicit DataRows(ComPtr<DataColumns> columns) : m_columns(std::move(columns)) {}
 
   HRESULT AddRow(IDataRow** out) override;
   HRESULT GetCount(LONG* count) override;
   HRESULT GetRow(LONG index, IDataRow** out) override;
+  HRESULT AppendRow(LONG count, const VARIANT* const* values) override;
 
   // The cell operations of the row views, each under this object's lock.
   // Raise on a bad column.
@@ -137,6 +138,11 @@ class DataRows final : public Object<DataRows, IDataRows> {
   void View(size_t row, std::vector<DataCellView>& views) const;
   // A text into the pieces; its place there.
   uint32_t AddText(std::u16string_view text);
+  // The place of a BSTR's text, stored once: a large table names the same
+  // few entities in row after row, each time by the same BSTR.
+  uint32_t PlaceOf(BSTR text);
+  // A cell made from a value for a column of the type, under the lock.
+  Cell Convert(VARTYPE type, const VARIANT& value);
   std::u16string_view TextAt(uint32_t place) const noexcept;
   // Room for column in row, moving the row to the end when it must widen
   // and is not the last.
@@ -153,6 +159,16 @@ class DataRows final : public Object<DataRows, IDataRows> {
   std::vector<std::unique_ptr<char16_t[]>> m_pieces;
   uint32_t m_pieceUsed = kPiece;
   std::vector<CVariant> m_kept;
+  // Recent texts by their BSTR's address, each checked against the stored
+  // text before its place is reused (an address may have been freed and
+  // taken again); made once a table grows large.
+  struct KnownText {
+    BSTR text = nullptr;
+    uint32_t place = 0;
+  };
+  static constexpr uint32_t kKnownBits = 15;
+  static constexpr size_t kKnownFrom = 1024;  // rows
+  std::unique_ptr<KnownText[]> m_known;
 };
 
 class DataTable final : public Object<DataTable, IDataTable> {

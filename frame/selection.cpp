@@ -99,6 +99,7 @@ void MakeTable(IDataTable** ioTable, std::span<const TableColumn> columns) {
 TableRows::TableRows(IDataTable* table) {
   if (!table) AtlThrow(E_POINTER);
   CheckHr(table->GetRows(m_rows.ReleaseAndGetAddressOf()));
+  m_rows.As(&m_append);
 }
 
 ComPtr<IDataRow> TableRows::NewRow() {
@@ -114,6 +115,13 @@ void TableRows::SetCell(IDataRow* row, LONG column, const VARIANT& value) {
 }
 
 void TableRows::Add(std::initializer_list<Cell> values) {
+  const VARIANT* cells[32];
+  if (m_append && values.size() <= std::size(cells)) {
+    LONG n = 0;
+    for (Cell c : values) cells[n++] = c.value;
+    CheckHr(m_append->AppendRow(n, cells));
+    return;
+  }
   ComPtr<IDataRow> row = NewRow();
   LONG column = 0;
   for (Cell c : values) {

@@ -135,6 +135,7 @@ class TableRows {
 
  private:
   ComPtr<IDataRows> m_rows;
+  ComPtr<IDataRowsAppend> m_append;  // where the table offers it
 };
 
 }  // namespace zemo

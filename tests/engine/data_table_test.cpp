@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 using zemo::CBstr;
@@ -162,6 +164,46 @@ TEST(EngineDataTable, RowsKeepTheirOwnValuesAsTheyShareTextAndWiden) {
       EXPECT_EQ(nullptr, cells[2].bstrVal);
     } else {
       EXPECT_EQ(VT_EMPTY, cells[2].vt);
+    }
+  }
+}
+
+// A whole row in one call, as the statistics fill their tables: the same
+// conversions as SetValue, and a row that cannot be made whole is not added.
+TEST(EngineDataTable, AppendRowAddsWholeRowsOrNone) {
+  Table t;
+  ComPtr<IDataRowsAppend> append;
+  ASSERT_EQ(S_OK, t.rows.As(&append));
+  CVariant name = CVariant::Str(u"alpha"), five = CVariant::I4(5), negative = CVariant::I4(-1), empty;
+  struct Case {
+    std::vector<const VARIANT*> values;
+    HRESULT expected;
+  };
+  const Case cases[] = {
+      {{&name, &five}, S_OK},          // converted to the column's type
+      {{nullptr, &five}, S_OK},        // a null value leaves its cell empty
+      {{&empty}, S_OK},                // as do a missing one and VT_EMPTY
+      {{&name, &negative}, DISP_E_OVERFLOW},
+      {{&name, &five, &five}, E_INVALIDARG},
+  };
+  LONG rows = 0;
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.expected, append->AppendRow(static_cast<LONG>(c.values.size()), c.values.data()));
+    if (c.expected == S_OK) ++rows;
+  }
+  EXPECT_EQ(E_POINTER, append->AppendRow(1, nullptr));
+  LONG count = 0;
+  ASSERT_EQ(S_OK, t.rows->GetCount(&count));
+  ASSERT_EQ(rows, count);
+  const VARTYPE types[][2] = {{VT_BSTR, VT_UI8}, {VT_EMPTY, VT_UI8}, {VT_EMPTY, VT_EMPTY}};
+  for (LONG i = 0; i < rows; ++i) {
+    ComPtr<IDataRow> row;
+    ASSERT_EQ(S_OK, t.rows->GetRow(i, row.ReleaseAndGetAddressOf()));
+    CVariant cells[2];
+    ASSERT_EQ(S_OK, row->GetValues(2, cells));
+    for (int c = 0; c < 2; ++c) EXPECT_EQ(types[i][c], cells[c].vt) << i << "," << c;
+    if (cells[1].vt == VT_UI8) {
+      EXPECT_EQ(5u, cells[1].ullVal);
     }
   }
 }
