@@ -78,12 +78,17 @@ HRESULT NodeStats::ProcessPacket(IPacket* packet) {
     MediaSpec spec[kAddressSlots];
     ReadNodeAddresses(addresses, spec);
 
+    ULONG known[kAddressSlots];
+    KnownEntities(m_entities.Get(), spec, known);
+    for (ULONG entity : known)
+      if (entity != kNoEntityId) m_table.Prefetch(entity);
+
     // Each address is found, counted and possibly added before the next, so
     // a failure keeps what the addresses before it counted.
     for (int slot = 0; slot < kAddressSlots; ++slot) {
       if (!IsValidSpec(spec[slot])) continue;
-      ULONG entity = kNoEntityId;
-      CheckHr(m_entities->FindOrAdd(&spec[slot], 1, &entity));
+      ULONG entity = known[slot];
+      if (entity == kNoEntityId) CheckHr(m_entities->FindOrAdd(&spec[slot], 1, &entity));
       ZemoNodeStat& stat = m_table.FindOrAdd(entity).Stat;
       if (slot < kPhysicalDestination) {
         const MediaSpec& destination = spec[slot + 2];

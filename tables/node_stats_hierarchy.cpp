@@ -77,20 +77,27 @@ HRESULT NodeStatsHierarchy::ProcessPacket(IPacket* packet) {
     MediaSpec spec[kAddressSlots];
     ReadNodeAddresses(basics.addresses.Get(), spec);
 
-    auto intern = [&](const MediaSpec& s) {
-      ULONG entity = kNoEntityId;
-      CheckHr(m_entities->FindOrAdd(&s, 1, &entity));
+    ULONG known[kAddressSlots];
+    KnownEntities(m_entities.Get(), spec, known);
+    auto intern = [&](int slot) {
+      ULONG entity = known[slot];
+      if (entity == kNoEntityId) CheckHr(m_entities->FindOrAdd(&spec[slot], 1, &entity));
       return entity;
     };
     auto present = [&](int slot) { return IsValidSpec(spec[slot]) ? &spec[slot] : nullptr; };
+    for (int side : {kPhysicalSource, kPhysicalDestination}) {
+      if (known[side] == kNoEntityId) continue;
+      m_table.Prefetch(Traits::MakeKey(known[side], kNoRecord));
+      if (known[side + 1] != kNoEntityId) m_table.Prefetch(Traits::MakeKey(known[side], known[side + 1]));
+    }
 
     // A logical address counts only beside the physical address of its
     // side; the physical record of a side is counted ahead of its pair.
     if (present(kPhysicalSource)) {
-      const ULONG physical = intern(spec[kPhysicalSource]);
+      const ULONG physical = intern(kPhysicalSource);
       CountSent(FindOrAdd(Traits::MakeKey(physical, kNoRecord)).Stat, time, length, present(kPhysicalDestination));
       if (present(kLogicalSource)) {
-        const ULONG logical = intern(spec[kLogicalSource]);
+        const ULONG logical = intern(kLogicalSource);
         CountSent(FindOrAdd(Traits::MakeKey(physical, logical)).Stat, time, length, present(kLogicalDestination));
       }
     }
@@ -103,10 +110,10 @@ HRESULT NodeStatsHierarchy::ProcessPacket(IPacket* packet) {
           AtlThrow(E_FAIL);
         }
       };
-      const ULONG physical = intern(spec[kPhysicalDestination]);
+      const ULONG physical = intern(kPhysicalDestination);
       CountReceived(record(Traits::MakeKey(physical, kNoRecord)).Stat, time, length);
       if (present(kLogicalDestination)) {
-        const ULONG logical = intern(spec[kLogicalDestination]);
+        const ULONG logical = intern(kLogicalDestination);
         CountReceived(record(Traits::MakeKey(physical, logical)).Stat, time, length);
       }
     }

@@ -103,6 +103,17 @@ class TRecordTable {
       return m_index.Find(TagOf(key), [&](uint32_t i) { return Traits::KeyOf(m_records[i]) == key; });
   }
 
+  // Starts bringing key's record into the cache, if the table holds it, so
+  // that a packet's several records arrive together rather than one after
+  // another.
+  void Prefetch(Key key) const noexcept {
+    const uint32_t i = Find(key);
+    if (i == kNoRecord) return;
+    const auto* bytes = reinterpret_cast<const char*>(&m_records[i]);
+    for (size_t at = 0; at < sizeof(Entry); at += 64) __builtin_prefetch(bytes + at, 1);
+    __builtin_prefetch(bytes + sizeof(Entry) - 1, 1);
+  }
+
   // The same by walking key's chain. A chain that leads past the records,
   // or runs longer than the table (a loop), raises E_FAIL.
   uint32_t ChainFind(Key key) const {

@@ -113,6 +113,16 @@ inline void ReadNodeAddresses(IPacketAddresses* addresses, MediaSpec (&spec)[kAd
   }
 }
 
+// The entities of the addresses that the table already knows, kNoEntityId
+// for the others; it finds only and adds nothing. A statistic asks for the
+// records of all of them before counting any: in a large table each record
+// is a trip to memory, and asked for together they arrive together.
+inline void KnownEntities(IEntityTable* entities, const MediaSpec (&spec)[kAddressSlots],
+                          ULONG (&ids)[kAddressSlots]) {
+  for (int slot = 0; slot < kAddressSlots; ++slot)
+    if (!IsValidSpec(spec[slot]) || FAILED(entities->FindOrAdd(&spec[slot], 0, &ids[slot]))) ids[slot] = kNoEntityId;
+}
+
 // The sum of the EntityTable's counts over types, asked in their order;
 // no table raises E_FAIL.
 inline void CountEntityTypes(IEntityTable* entities, std::span<const ULONG> types, ULONG* count) {
