@@ -63,17 +63,38 @@ HRESULT ConversationStats::SetContext(IZemoStatsContext* context) {
 
 // ---- IProcessPacket ----------------------------------------------------------
 
-void ConversationStats::CountPair(const MediaSpec& source, const MediaSpec& destination, ULONG protocol,
-                                  ZemoTime time, USHORT length) {
+ConversationStats::KnownPair ConversationStats::FindPair(const MediaSpec& source, const MediaSpec& destination,
+                                                        ULONG protocol) {
+  KnownPair known;
   TupleRecord tuple{};
   tuple.fProtocol = protocol;
   tuple.fNext = kNoRecord;
-  CheckHr(m_entities->FindOrAdd(&source, 1, &tuple.fSource));
-  CheckHr(m_entities->FindOrAdd(&destination, 1, &tuple.fDestination));
+  if (FAILED(m_entities->FindOrAdd(&source, 0, &tuple.fSource))) return known;
+  known.source = tuple.fSource;
+  if (FAILED(m_entities->FindOrAdd(&destination, 0, &tuple.fDestination))) return known;
+  known.destination = tuple.fDestination;
   ULONG id = kNoRecord;
-  // A source type without a sub-table of its own in the TupleTable ends
-  // here: that pair has no conversation to count in.
-  if (FAILED(m_tuples->FindOrAdd(&tuple, 1, &id))) return;
+  if (FAILED(m_tuples->FindOrAdd(&tuple, 0, &id))) return known;
+  known.tuple = id;
+  m_table.Prefetch(id);
+  return known;
+}
+
+void ConversationStats::CountPair(const MediaSpec& source, const MediaSpec& destination, const KnownPair& known,
+                                  ULONG protocol, ZemoTime time, USHORT length) {
+  ULONG id = known.tuple;
+  if (id == kNoRecord) {
+    TupleRecord tuple{};
+    tuple.fProtocol = protocol;
+    tuple.fNext = kNoRecord;
+    tuple.fSource = known.source;
+    tuple.fDestination = known.destination;
+    if (tuple.fSource == kNoEntityId) CheckHr(m_entities->FindOrAdd(&source, 1, &tuple.fSource));
+    if (tuple.fDestination == kNoEntityId) CheckHr(m_entities->FindOrAdd(&destination, 1, &tuple.fDestination));
+    // A source type without a sub-table of its own in the TupleTable ends
+    // here: that pair has no conversation to count in.
+    if (FAILED(m_tuples->FindOrAdd(&tuple, 1, &id))) return;
+  }
   ZemoConversationStat& stat = m_table.FindOrAdd(id).Stat;
   CountConversation(stat, time, length);
 }
@@ -98,15 +119,20 @@ HRESULT ConversationStats::ProcessPacket(IPacket* packet) {
     // Only the logical pair must agree in type: an IPv4 source with an IPv6
     // destination is no conversation between two logical addresses.
     AddressPair logical = ReadPair(a, &IPacketAddresses::GetLogicalSource, &IPacketAddresses::GetLogicalDestination);
-    if (logical.ok && logical.source.fType == logical.destination.fType)
-      CountPair(logical.source, logical.destination, protocol, time, length);
+    logical.ok = logical.ok && logical.source.fType == logical.destination.fType;
     AddressPair physical =
         ReadPair(a, &IPacketAddresses::GetPhysicalSource, &IPacketAddresses::GetPhysicalDestination);
-    if (physical.ok) CountPair(physical.source, physical.destination, protocol, time, length);
+    // Both conversations are looked up, finding only, before either is
+    // counted, so that their records come from memory together.
+    KnownPair knownLogical, knownPhysical;
+    if (logical.ok) knownLogical = FindPair(logical.source, logical.destination, protocol);
+    if (physical.ok) knownPhysical = FindPair(physical.source, physical.destination, protocol);
+    if (logical.ok) CountPair(logical.source, logical.destination, knownLogical, protocol, time, length);
+    if (physical.ok) CountPair(physical.source, physical.destination, knownPhysical, protocol, time, length);
     if (basics.wireless) {
       AddressPair radio =
           ReadPair(a, &IPacketAddresses::GetWirelessTransmitter, &IPacketAddresses::GetWirelessReceiver);
-      if (radio.ok) CountPair(radio.source, radio.destination, protocol, time, length);
+      if (radio.ok) CountPair(radio.source, radio.destination, KnownPair{}, protocol, time, length);
     }
     return S_OK;
   });

@@ -49,11 +49,22 @@ class ConversationStats final
   HRESULT GetTable(IDataTable** table) override;
 
  private:
+  // What the tables already hold of a pair: its entities and its tuple, or
+  // kNoEntityId and kNoRecord.
+  struct KnownPair {
+    ULONG source = kNoEntityId;
+    ULONG destination = kNoEntityId;
+    ULONG tuple = kNoRecord;
+  };
+  // Finds only, adding nothing, and starts bringing a known conversation's
+  // record into the cache: a packet's pairs are found together before
+  // either is counted, so that their trips to memory overlap.
+  KnownPair FindPair(const MediaSpec& source, const MediaSpec& destination, ULONG protocol);
   // Counts the packet in the conversation from source to destination under
-  // protocol; a tuple the TupleTable cannot hold passes the pair over, an
-  // address the EntityTable cannot hold raises.
-  void CountPair(const MediaSpec& source, const MediaSpec& destination, ULONG protocol, ZemoTime time,
-                 USHORT length);
+  // protocol, adding what known lacks; a tuple the TupleTable cannot hold
+  // passes the pair over, an address the EntityTable cannot hold raises.
+  void CountPair(const MediaSpec& source, const MediaSpec& destination, const KnownPair& known, ULONG protocol,
+                 ZemoTime time, USHORT length);
 
   ComPtr<ITupleTable> m_tuples;
 };
