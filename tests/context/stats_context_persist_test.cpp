@@ -304,9 +304,6 @@ TEST_F(ContextPersistTest, ArgumentsAndFileAnswers) {
   EXPECT_EQ(E_NOTIMPL, file->Save(u"capture.txt", FALSE));
   EXPECT_EQ(E_NOTIMPL, file->Save(u"CAPTURE.TXT", FALSE));
   EXPECT_EQ(E_INVALIDARG, file->Save(u"capture.xml", FALSE));
-  CLSID clsid{};
-  EXPECT_EQ(S_OK, file->GetClassID(&clsid));
-  EXPECT_EQ(CLSID_StatsContext, clsid);
 }
 
 TEST_F(ContextPersistTest, XmlHeaderRules) {

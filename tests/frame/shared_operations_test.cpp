@@ -61,20 +61,42 @@ TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
       ULARGE_INTEGER size{};
       EXPECT_EQ(kSizeUnknown.count(row.name) ? E_NOTIMPL : S_OK, stream->GetSizeMax(&size));
     }
+    // Every persistence interface names the class itself: a save is loaded
+    // by creating that class.
+    auto expectOwnClass = [&](auto* persist, const char* which) {
+      if (!persist) return;
+      CLSID clsid{};
+      EXPECT_EQ(S_OK, persist->GetClassID(&clsid)) << which;
+      EXPECT_EQ(row.clsid, clsid) << which;
+    };
+    ComPtr<IPersistXml> xml;
+    ComPtr<IPersistFile> file;
+    object.As(&xml);
+    object.As(&file);
+    expectOwnClass(stream.Get(), "stream");
+    expectOwnClass(xml.Get(), "XML");
+    expectOwnClass(file.Get(), "file");
   }
 }
 
-// The statistics without children, by class: their selection name and flag.
+// The objects without children, by class: their selection name and flag,
+// what a path with a step too many gives, and what an empty path given as
+// null gives. The identity tables have no result table.
 struct Leaf {
   const char16_t* cls;
   const char16_t* name;
   ULONG flag;
+  HRESULT deeper = E_NOTIMPL;
+  HRESULT nullPath = E_POINTER;
+  bool hasTable = true;
 };
 const Leaf kLeaves[] = {{u"ConversationStats", u"conversationstats", 0}, {u"ErrorStats", u"errorstats", 0},
                         {u"NetworkStats", u"networkstats", 1},           {u"NodeStats", u"nodestats", 0},
                         {u"NodeStatsHierarchy", u"nodestatshierarchy", 0}, {u"ProtocolStats", u"protocolstats", 0},
                         {u"ProtocolStatsByID", u"protocolidstats", 0},   {u"RollingNodeStats", u"rollingnodestats", 0},
-                        {u"SizeStats", u"sizestats", 1}};
+                        {u"SizeStats", u"sizestats", 1},
+                        {u"EntityTable", u"entitytable", 0, E_INVALIDARG, S_OK, false},
+                        {u"TupleTable", u"tupletable", 0, E_INVALIDARG, S_OK, false}};
 
 TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {
   ASSERT_EQ(S_OK, DllRegisterServer());
@@ -99,10 +121,16 @@ TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {
     ASSERT_EQ(S_OK, stats->QueryInterface(IUnknown::iid, self.OutVoid()));
     EXPECT_EQ(self.Get(), out.Get());
     ASSERT_EQ(S_OK, path->AddItem(zemo::CBstr(u"deeper").Get(), nullptr));
-    EXPECT_EQ(E_NOTIMPL, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(leaf.deeper, stats->Select(path.Get(), out.ReleaseAndGetAddressOf()));
     EXPECT_FALSE(out);
-    EXPECT_EQ(E_POINTER, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(leaf.nullPath, stats->Select(nullptr, out.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(leaf.nullPath == S_OK ? self.Get() : nullptr, out.Get());
     EXPECT_EQ(E_POINTER, stats->Select(path.Get(), nullptr));
+    EXPECT_EQ(E_POINTER, stats->GetTable(nullptr));
+    if (!leaf.hasTable) {
+      ComPtr<IDataTable> table;
+      EXPECT_EQ(E_NOTIMPL, stats->GetTable(table.ReleaseAndGetAddressOf()));
+    }
   }
 }
 

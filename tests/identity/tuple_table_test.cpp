@@ -438,33 +438,4 @@ TEST_F(TupleTableTest, XmlReadingStopsAtTheFirstBadTuple) {
   EXPECT_EQ(S_OK, zemo::LoadObjectFromXml(table.Get(), doc.Get(), root.Get()));
 }
 
-// ---- selection --------------------------------------------------------------------
-
-TEST_F(TupleTableTest, SelectionIsALeafNamedTupletable) {
-  ComPtr<ISelectableObject> sel;
-  ASSERT_EQ(S_OK, zemo::QueryTo(m_tuples.Get(), &sel));
-  EXPECT_EQ(u"tupletable", zemo::GetSelectableName(m_tuples.Get()));
-  ComPtr<IUnknown> out;
-  ASSERT_EQ(S_OK, sel->Select(nullptr, out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(m_tuples.Query<IUnknown>().Get(), out.Get());
-  EXPECT_EQ(E_POINTER, sel->Select(nullptr, nullptr));
-  EXPECT_EQ(E_POINTER, sel->GetSelectParams(nullptr));
-  EXPECT_EQ(E_POINTER, sel->GetTable(nullptr));
-  ComPtr<IDataTable> data;
-  EXPECT_EQ(E_NOTIMPL, sel->GetTable(data.ReleaseAndGetAddressOf()));
-  CLSID clsid;
-  ASSERT_EQ(S_OK, CLSIDFromProgID(kProgIdSelectParams, &clsid));
-  ComPtr<ISelectParams> params;
-  ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectParams::iid, params.OutVoid()));
-  ASSERT_EQ(S_OK, params->AddItem(zemo::CBstr(u"x").Get(), nullptr));
-  EXPECT_EQ(E_INVALIDARG, sel->Select(params.Get(), out.ReleaseAndGetAddressOf()));
-  CLSID id;
-  ComPtr<IPersistStream> persist;
-  ASSERT_EQ(S_OK, zemo::QueryTo(m_tuples.Get(), &persist));
-  EXPECT_EQ(S_OK, persist->GetClassID(&id));
-  EXPECT_EQ(CLSID_TupleTable, id);
-  ComPtr<IPersistFile> file;
-  EXPECT_EQ(E_NOINTERFACE, m_tuples.As(&file));
-}
-
 }  // namespace

@@ -270,16 +270,5 @@ TEST_F(HistoryStatsTest, XmlHasNoContentAndTheTextIsOneLinePerSample) {
   EXPECT_EQ(E_NOTIMPL, history->Load(File("history.dat").c_str(), 0));
 }
 
-TEST_F(HistoryStatsTest, CreatedByItsProgramIdentifier) {
-  CLSID clsid{};
-  ASSERT_EQ(S_OK, CLSIDFromProgID(u"ZemoStats.HistoryStats", &clsid));
-  EXPECT_EQ(CLSID_HistoryStats, clsid);
-  auto history = Create<IHistoryStats>(clsid);
-  ASSERT_TRUE(history);
-  CLSID back{};
-  EXPECT_EQ(S_OK, history.Query<IPersistStream>()->GetClassID(&back));
-  EXPECT_EQ(CLSID_HistoryStats, back);
-}
-
 }  // namespace
 }  // namespace sized
