@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <tuple>
@@ -11,6 +10,7 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
+#include "support/scratch_dir.h"
 
 namespace {
 
@@ -93,10 +93,7 @@ std::string TempPath(const char* name) {
   return ::testing::TempDir() + "xml_persist_" + std::to_string(getpid()) + "_" + name;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using zemo::testing_support::ReadFile;
 
 void WriteFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 

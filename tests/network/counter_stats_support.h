@@ -8,12 +8,11 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/scratch_dir.h"
+#include "support/table_cells.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -32,23 +31,13 @@ using zemo::ComPtr;
 
 // The rows of a statistic's table as "Stat=Value " pairs.
 inline std::string TableText(ISelectableObject* stats) {
-  ComPtr<IDataTable> table;
-  EXPECT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
-  if (!table) return "no table";
-  ComPtr<IDataRows> rows;
-  EXPECT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG count = 0;
-  EXPECT_EQ(S_OK, rows->GetCount(&count));
+  auto t = zemo::testing_support::ReadTable(stats);
   std::string out;
-  for (LONG i = 0; i < count; ++i) {
-    ComPtr<IDataRow> row;
-    EXPECT_EQ(S_OK, rows->GetRow(i, row.ReleaseAndGetAddressOf()));
-    zemo::CVariant stat, value;
-    EXPECT_EQ(S_OK, row->GetValue(0, &stat));
-    EXPECT_EQ(S_OK, row->GetValue(1, &value));
-    EXPECT_EQ(VT_BSTR, stat.vt);
-    EXPECT_EQ(VT_UI8, value.vt);
-    out += zemo::ToUtf8(zemo::VariantValue<std::u16string>::From(stat)) + "=" + std::to_string(value.ullVal) + " ";
+  for (const auto& row : t.rows) {
+    if (row.size() < 2) return "short row";
+    EXPECT_EQ(VT_BSTR, row[0].vt);
+    EXPECT_EQ(VT_UI8, row[1].vt);
+    out += zemo::ToUtf8(zemo::XmlText(row[0])) + "=" + std::to_string(row[1].ullVal) + " ";
   }
   return out;
 }
@@ -116,12 +105,7 @@ class StatsTest : public ::testing::Test {
   }
 
   std::u16string File(const std::string& leaf) const { return m_dir.WideFile(leaf); }
-  static std::string Contents(const std::u16string& name) {
-    std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
+  static std::string Contents(const std::u16string& name) { return zemo::testing_support::ReadFile(name); }
   static bool Exists(const std::u16string& name) { return std::filesystem::exists(zemo::ToUtf8(name)); }
 
  private:

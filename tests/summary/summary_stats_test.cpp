@@ -13,6 +13,7 @@
 #include "summary/summary_stats_snapshot.h"
 #include "summary/summary_stats_tracker.h"
 #include "support/scratch_dir.h"
+#include "support/table_cells.h"
 
 namespace zemo::testing {
 namespace {
@@ -58,22 +59,9 @@ class SummaryStatsTest : public NetworkFixture {
   }
   // The table as "Group|Stat|Value" lines.
   std::string Table() {
-    ComPtr<IDataTable> table;
-    EXPECT_EQ(S_OK, summary->GetTable(table.ReleaseAndGetAddressOf()));
-    ComPtr<IDataRows> rows;
-    table->GetRows(rows.ReleaseAndGetAddressOf());
-    LONG count = 0;
-    rows->GetCount(&count);
     std::string out;
-    for (LONG i = 0; i < count; ++i) {
-      ComPtr<IDataRow> row;
-      rows->GetRow(i, row.ReleaseAndGetAddressOf());
-      for (LONG c = 0; c < 3; ++c) {
-        CVariant cell;
-        row->GetValue(c, &cell);
-        out += cli::CellText(cell) + (c < 2 ? "|" : "\n");
-      }
-    }
+    for (const auto& row : testing_support::ReadTable(summary.Get()).rows)
+      for (size_t c = 0; c < 3 && c < row.size(); ++c) out += cli::CellText(row[c]) + (c < 2 ? "|" : "\n");
     return out;
   }
   void Fill(ISummaryStatsSnapshot* s) {

@@ -225,24 +225,12 @@ TEST_F(Conversations, LookupsAndTheResultTableShowReadableAddresses) {
   CBstr name;
   ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
   EXPECT_EQ(u"conversationstats", name.View());
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG n = 0;
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(1, n);
-  ComPtr<IDataRow> row;
-  ASSERT_EQ(S_OK, rows->GetRow(0, row.ReleaseAndGetAddressOf()));
-  zemo::CVariant source, dest, protocol, bytes;
-  ASSERT_EQ(S_OK, row->GetValue(0, source.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(1, dest.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(2, protocol.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(4, bytes.Out()));
-  EXPECT_EQ(u"10.0.0.1", zemo::XmlText(source));
-  EXPECT_EQ(u"10.0.0.2", zemo::XmlText(dest));
-  EXPECT_FALSE(zemo::XmlText(protocol).empty());
-  EXPECT_EQ(90u, bytes.ullVal);
+  auto t = zemo::testing_support::ReadTable(stats.Get());
+  ASSERT_EQ(1u, t.rows.size());
+  EXPECT_EQ(u"10.0.0.1", t.Text(0, 0));
+  EXPECT_EQ(u"10.0.0.2", t.Text(0, 1));
+  EXPECT_FALSE(t.Text(0, 2).empty());
+  EXPECT_EQ(90u, t.rows[0][4].ullVal);
 }
 
 // ---- persistence -------------------------------------------------------------
@@ -308,9 +296,9 @@ TEST_F(Conversations, ExportsWriteRecordsAndABareBucketDump) {
   char line[160];
   std::snprintf(line, sizeof line, "0x%8.8X\t0xFFFFFFFF\t%llu\t%llu\t1\t64\t64\t64\n", e.TupleIndex,
                 static_cast<unsigned long long>(kT0), static_cast<unsigned long long>(kT0));
-  EXPECT_EQ(line, ReadFileText(base + ".txt"));
+  EXPECT_EQ(line, ReadFile(base + ".txt"));
   ASSERT_EQ(S_OK, stats->Save(zemo::FromUtf8(base + ".Hash").c_str(), FALSE));
-  std::string dump = ReadFileText(base + ".Hash");
+  std::string dump = ReadFile(base + ".Hash");
   EXPECT_EQ(3079, std::count(dump.begin(), dump.end(), '\n'));
   EXPECT_EQ(std::string::npos, dump.find("size="));
   EXPECT_NE(std::string::npos, ("\n" + dump).find("\n" + std::to_string(e.TupleIndex % 3079) + "=0 \n"));

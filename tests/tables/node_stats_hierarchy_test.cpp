@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "support/scratch_dir.h"
+#include "support/table_cells.h"
 #include "tests/tables/node_fixture.h"
 
 namespace {
@@ -145,24 +146,12 @@ TEST_F(HierarchyFixture, PhysicalRecordsMatchNodeStatsAndPairsStandBehindThem) {
 
 TEST_F(HierarchyFixture, TheTableNamesBothAddressesAndAPhysicalRecordHasNoLogicalOne) {
   ASSERT_EQ(S_OK, Both(kMacA, kIpA, kMacB, kIpB, 100, kT0));
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, tree->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG n = 0;
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(4, n);
-  auto text = [&](LONG row, LONG column) {
-    ComPtr<IDataRow> r;
-    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
-    zemo::CVariant v;
-    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
-    return zemo::XmlText(v);
-  };
-  EXPECT_EQ(u"00:1a:2b:3c:4d:01", text(1, 0));
-  EXPECT_EQ(u"10.0.0.1", text(1, 1));
-  EXPECT_EQ(u"", text(0, 1));
-  EXPECT_EQ(u"1", text(1, 3));  // PacketsSent
+  auto t = zemo::testing_support::ReadTable(tree.Get());
+  ASSERT_EQ(4u, t.rows.size());
+  EXPECT_EQ(u"00:1a:2b:3c:4d:01", t.Text(1, 0));
+  EXPECT_EQ(u"10.0.0.1", t.Text(1, 1));
+  EXPECT_EQ(u"", t.Text(0, 1));
+  EXPECT_EQ(u"1", t.Text(1, 3));  // PacketsSent
 }
 
 TEST_F(HierarchyFixture, StreamsAndXmlCarryPairsAndDeltasRebuildTheWritersTable) {

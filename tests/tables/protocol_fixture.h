@@ -14,6 +14,8 @@
 #include "engine/proto_specs.h"
 #include "frame/clsids.h"
 #include "platform/stream.h"
+#include "support/scratch_dir.h"
+#include "support/table_cells.h"
 #include "tables/limit_settings.h"
 #include "tables/protocol_stats.h"
 #include "tests/tables/node_fixture.h"
@@ -61,16 +63,7 @@ HRESULT LoadStreamOf(S* s, const std::vector<uint8_t>& bytes) {
   return static_cast<IPersistStream*>(s)->Load(stream.Get());
 }
 
-// The whole text of a file.
-inline std::string ReadFileText(const std::string& path) {
-  std::string text;
-  if (FILE* f = std::fopen(path.c_str(), "rb")) {
-    char buffer[4096];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) text.append(buffer, n);
-    std::fclose(f);
-  }
-  return text;
-}
+using testing_support::ReadFile;
 
 // A limit of `limit` records, enforced; reset empties the table, otherwise
 // it pauses.

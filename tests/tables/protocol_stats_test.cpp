@@ -337,35 +337,15 @@ TEST_F(ProtocolTables, TrackersNeedAProtocolOfTheTree) {
 
 TEST_F(ProtocolTables, TheResultTable) {
   ASSERT_EQ(S_OK, one->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}, 77).Get()));
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, one->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataColumns> columns;
-  ASSERT_EQ(S_OK, table->GetColumns(columns.ReleaseAndGetAddressOf()));
-  const char16_t* expected[] = {u"Protocol", u"Packets", u"Bytes", u"FirstTime", u"LastTime", u"EntityIndex"};
-  LONG n = 0;
-  ASSERT_EQ(S_OK, columns->GetCount(&n));
-  ASSERT_EQ(6, n);
-  for (LONG i = 0; i < n; ++i) {
-    CBstr column;
-    ASSERT_EQ(S_OK, columns->GetName(i, column.Out()));
-    EXPECT_EQ(expected[i], column.View());
-  }
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(3, n);
-  auto cell = [&](LONG row, LONG column) {
-    ComPtr<IDataRow> r;
-    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
-    zemo::CVariant v;
-    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
-    return v;
-  };
-  EXPECT_EQ(0u, cell(0, 1).ullVal);
-  EXPECT_EQ(1u, cell(2, 1).ullVal);
-  EXPECT_EQ(77u, cell(2, 2).ullVal);
-  EXPECT_EQ(EntityOf(proto::kTcp), cell(2, 5).ulVal);
-  EXPECT_FALSE(zemo::XmlText(cell(2, 0)).empty());
+  auto t = zemo::testing_support::ReadTable(static_cast<ISelectableObject*>(one.Get()));
+  EXPECT_EQ((std::vector<std::u16string>{u"Protocol", u"Packets", u"Bytes", u"FirstTime", u"LastTime", u"EntityIndex"}),
+            t.names);
+  ASSERT_EQ(3u, t.rows.size());
+  EXPECT_EQ(0u, t.rows[0][1].ullVal);
+  EXPECT_EQ(1u, t.rows[2][1].ullVal);
+  EXPECT_EQ(77u, t.rows[2][2].ullVal);
+  EXPECT_EQ(EntityOf(proto::kTcp), t.rows[2][5].ulVal);
+  EXPECT_FALSE(t.Text(2, 0).empty());
 }
 
 // ---- persistence -------------------------------------------------------------
@@ -461,14 +441,14 @@ TEST_F(ProtocolTables, ExportsNameTreeProtocolsAndDumpTheBuckets) {
   ASSERT_EQ(S_OK, tree->GetSpecName(proto::kTcp, tcpName.Out()));
 
   ASSERT_EQ(S_OK, one->Save(zemo::FromUtf8(base + ".TXT").c_str(), FALSE));
-  std::string text = ReadFileText(base + ".TXT");
+  std::string text = ReadFile(base + ".TXT");
   char line[128];
   std::snprintf(line, sizeof line, "0x%8.8X\t0xFFFFFFFF\t%s\t%llu\t%llu\t1\t70\n", EntityOf(proto::kTcp),
                 tcpName.Utf8().c_str(), static_cast<unsigned long long>(kT0), static_cast<unsigned long long>(kT0));
   EXPECT_NE(std::string::npos, text.find(line)) << text;
 
   ASSERT_EQ(S_OK, one->Save(zemo::FromUtf8(base + ".hash").c_str(), FALSE));
-  std::string dump = ReadFileText(base + ".hash");
+  std::string dump = ReadFile(base + ".hash");
   EXPECT_EQ(770, std::count(dump.begin(), dump.end(), '\n'));
   EXPECT_NE(std::string::npos, dump.find("size=769, entries=3"));
   EXPECT_EQ(E_INVALIDARG, one->Save(zemo::FromUtf8(base + ".csv").c_str(), FALSE));
