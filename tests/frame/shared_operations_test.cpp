@@ -12,6 +12,8 @@
 #include "frame/persist_interfaces.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
+#include "platform/stream.h"
+#include "frame/xml_persist.h"
 
 namespace {
 
@@ -39,7 +41,15 @@ const std::set<std::u16string> kSizeUnknown = {
     u"SummaryStatsSnapshot", u"TupleTable",        u"WirelessChannelStats", u"WirelessChannelStats2",
     u"WirelessNodeAssociationTable", u"WirelessNodeStats", u"WirelessNodeStats2"};
 
-TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
+// Classes that answer a null argument of their persistence otherwise, for
+// now: the second-generation wireless statistics give E_UNEXPECTED for a
+// null stream and take a null time; the identity tables load XML without a
+// document; the collection gives E_INVALIDARG. An entry goes once its class
+// answers E_POINTER.
+const std::set<std::u16string> kOtherNullAnswers = {u"EntityTable", u"TupleTable", u"WirelessChannelStats2",
+                                                    u"WirelessNodeStats2", u"ZemoStatsContextCollection"};
+
+TEST(SharedOperations, SelectionPersistenceAndNullArgumentsFollowTheCommonRules) {
   auto path = BrokenPath::Create();
   for (const zemo::ClassInfo& row : zemo::ClassTable()) {
     if (!row.create) continue;
@@ -76,6 +86,34 @@ TEST(SharedOperations, SelectionAndStreamSizeFollowTheCommonRules) {
     expectOwnClass(stream.Get(), "stream");
     expectOwnClass(xml.Get(), "XML");
     expectOwnClass(file.Get(), "file");
+
+    // A missing stream, document, time or name is E_POINTER before anything is read or written.
+    if (kOtherNullAnswers.count(row.name)) continue;
+    auto document = zemo::CreateXmlDocument();
+    auto memory = zemo::CreateMemoryStream();
+    ZemoTime since = 0;
+    if (stream) {
+      EXPECT_EQ(E_POINTER, stream->Load(nullptr));
+      EXPECT_EQ(E_POINTER, stream->Save(nullptr, TRUE));
+    }
+    ComPtr<ISaveStreamDeltas> deltas;
+    if (SUCCEEDED(object.As(&deltas))) {
+      EXPECT_EQ(E_POINTER, deltas->SaveDeltas(nullptr, &since));
+      EXPECT_EQ(E_POINTER, deltas->SaveDeltas(memory.Get(), nullptr));
+    }
+    if (xml) {
+      EXPECT_EQ(E_POINTER, xml->Load(nullptr, document.Get()));
+      EXPECT_EQ(E_POINTER, xml->Load(document.Get(), nullptr));
+      EXPECT_EQ(E_POINTER, xml->Save(nullptr, document.Get(), TRUE));
+    }
+    ComPtr<IPersistXmlDeltas> xmlDeltas;
+    if (SUCCEEDED(object.As(&xmlDeltas))) {
+      EXPECT_EQ(E_POINTER, xmlDeltas->SaveDeltas(document.Get(), nullptr, &since));
+      EXPECT_EQ(E_POINTER, xmlDeltas->SaveDeltas(document.Get(), document.Get(), nullptr));
+    }
+    if (file) {
+      EXPECT_EQ(E_POINTER, file->Save(nullptr, TRUE));
+    }
   }
 }
 
@@ -95,7 +133,7 @@ const Leaf kLeaves[] = {{u"ConversationStats", u"conversationstats", 0}, {u"Erro
                         {u"NodeStatsHierarchy", u"nodestatshierarchy", 0}, {u"ProtocolStats", u"protocolstats", 0},
                         {u"ProtocolStatsByID", u"protocolidstats", 0},   {u"RollingNodeStats", u"rollingnodestats", 0},
                         {u"SizeStats", u"sizestats", 1},
-                        {u"EntityTable", u"entitytable", 0, E_INVALIDARG, S_OK, false},
+                        {u"EntityTable", u"entitytable", 0, E_INVALIDARG, E_POINTER, false},
                         {u"TupleTable", u"tupletable", 0, E_INVALIDARG, S_OK, false}};
 
 TEST(SharedOperations, LeafStatisticsEndEveryPathAtThemselves) {

@@ -296,7 +296,7 @@ TEST(EntityTableVersions, OldStreamsGiveFourBitSubTablesUntilTheNextLoad) {
   auto table = NewEntityTable();
   EXPECT_EQ(0x05000000u, Add(table.Get(), Mac(7)));
   EXPECT_EQ(S_OK, table->Reset());
-  ASSERT_EQ(S_OK, LoadBytes(table.Get(), OldStreamWithOneMac()));
+  ASSERT_EQ(S_OK, LoadStreamBytes(table.Get(), OldStreamWithOneMac()));
   ULONG id = 0;
   BOOL more = FALSE;
   EXPECT_EQ(S_OK, table->GetFirstId(10, &id, &more));
@@ -318,21 +318,21 @@ TEST(EntityTableVersions, OldStreamsGiveFourBitSubTablesUntilTheNextLoad) {
   EXPECT_EQ(0x50000000u, Add(table.Get(), Mac(3)));
 
   // A save is always written as 0x300, and loading one switches back.
-  auto bytes = SavedBytes(table.Get());
+  auto bytes = DeltaBytes(table.Get());
   EXPECT_EQ(0x00, bytes[2]);
   EXPECT_EQ(0x03, bytes[3]);
   auto fresh = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(fresh.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(fresh.Get(), bytes));
   EXPECT_EQ(0x05000000u, IdsOf(fresh.Get(), 10).at(0));
-  ASSERT_EQ(S_OK, LoadBytes(table.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(table.Get(), bytes));
   EXPECT_EQ((std::vector<ULONG>{0x05000000}), IdsOf(table.Get(), 10));
 }
 
 TEST(EntityTableVersions, UnknownMagicOrVersionIsRefused) {
   auto table = NewEntityTable();
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), Bytes().Put<USHORT>(0x6866).Put<USHORT>(0x300).Get()));
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), Bytes().Put<USHORT>(0x6865).Put<USHORT>(0x301).Get()));
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), Bytes().Put<USHORT>(0x6865).Put<USHORT>(0x100).Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), Bytes().Put<USHORT>(0x6866).Put<USHORT>(0x300).Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), Bytes().Put<USHORT>(0x6865).Put<USHORT>(0x301).Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), Bytes().Put<USHORT>(0x6865).Put<USHORT>(0x100).Get()));
   // A refused version leaves the identifiers' form alone.
   EXPECT_EQ(0x05000000u, Add(table.Get(), Mac(1)));
 }
@@ -350,7 +350,7 @@ TEST(EntityTableStream, LayoutIsMagicVersionThenEverySubTableWithCountAndLength)
   expected.Put<ULONG>(1).Put<USHORT>(1).Raw({0x11}).EmptyEntitySubTables(2, 5);
   expected.Put<ULONG>(2).Put<USHORT>(6).Raw({0x00, 0x50, 1, 2, 3, 4, 0x00, 0x50, 5, 6, 7, 8}).EmptyEntitySubTables(6, 16);
   expected.Put<ULONG>(1).Put<USHORT>(0).EmptyEntitySubTables(17, 23);
-  EXPECT_EQ(expected.Get(), SavedBytes(table.Get()));
+  EXPECT_EQ(expected.Get(), DeltaBytes(table.Get()));
 
   // Save is the delta from time 0, byte for byte.
   ComPtr<IPersistStream> persist;
@@ -374,7 +374,7 @@ TEST(EntityTableStream, ProtocolValuesTravelByTheirPathInTheProtocolTree) {
   ULONG plain = Add(table.Get(), Protocol(proto::kTcp));              // upper half 0: by its low half
   ULONG high = Add(table.Get(), Protocol(0x00070000u | proto::kHttp));  // by path
   ULONG unknown = Add(table.Get(), Protocol(0x00070000u | 0x7777));     // no path: low half
-  auto bytes = SavedBytes(table.Get());
+  auto bytes = DeltaBytes(table.Get());
 
   Bytes expected;
   expected.Raw({0x65, 0x68, 0x00, 0x03}).EmptyEntitySubTables(0, 4);
@@ -389,7 +389,7 @@ TEST(EntityTableStream, ProtocolValuesTravelByTheirPathInTheProtocolTree) {
   // Loading finds the protocol by its path: the host's numbering above the
   // low half does not travel.
   auto loaded = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(loaded.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(loaded.Get(), bytes));
   EXPECT_EQ(zemo::specs::ProtocolId(Entity(loaded.Get(), plain)), proto::kTcp);
   EXPECT_EQ(zemo::specs::ProtocolId(Entity(loaded.Get(), high)), proto::kHttp);
   EXPECT_EQ(zemo::specs::ProtocolId(Entity(loaded.Get(), unknown)), 0x7777u);
@@ -403,7 +403,7 @@ TEST(EntityTableStream, ProtocolValuesTravelByTheirPathInTheProtocolTree) {
   strange.Put<ULONG>(1).Put<USHORT>(4).Put<ULONG>(2).Put<USHORT>(0x7777).Put<USHORT>(0x7778);
   strange.EmptyEntitySubTables(5, 23);
   auto other = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(other.Get(), strange.Get()));
+  ASSERT_EQ(S_OK, LoadStreamBytes(other.Get(), strange.Get()));
   EXPECT_EQ(0u, zemo::specs::ProtocolId(Entity(other.Get(), 0x04000000)));
 }
 
@@ -413,10 +413,10 @@ TEST(EntityTableStream, DeltaWithSinceBehindEveryRecordWritesOnlyEmptyCounts) {
   for (uint32_t i = 0; i < 70; ++i) Add(table.Get(), Ip(i));
   Add(table.Get(), Protocol(0x00070000u | proto::kHttp));
   Add(table.Get(), Valueless(44));
-  auto bytes = SavedBytes(table.Get(), 1001);
+  auto bytes = DeltaBytes(table.Get(), 1001);
   EXPECT_EQ(Bytes().Raw({0x65, 0x68, 0x00, 0x03}).EmptyEntitySubTables(0, 23).Get(), bytes);
   // At the time itself an entity counts.
-  EXPECT_EQ(SavedBytes(table.Get(), 0), SavedBytes(table.Get(), 1000));
+  EXPECT_EQ(DeltaBytes(table.Get(), 0), DeltaBytes(table.Get(), 1000));
 }
 
 TEST(EntityTableStream, FullSaveThenDeltasLoadedInOrderKeepEveryIdentifier) {
@@ -425,7 +425,7 @@ TEST(EntityTableStream, FullSaveThenDeltasLoadedInOrderKeepEveryIdentifier) {
   for (uint32_t i = 0; i < 100; ++i) Add(table.Get(), Ip(i));
   Add(table.Get(), Mac(1));
   Add(table.Get(), Protocol(proto::kTcp));
-  auto full = SavedBytes(table.Get());
+  auto full = DeltaBytes(table.Get());
 
   clock.Set(2000);
   for (uint32_t i = 100; i < 150; ++i) Add(table.Get(), Ip(i));
@@ -433,19 +433,19 @@ TEST(EntityTableStream, FullSaveThenDeltasLoadedInOrderKeepEveryIdentifier) {
   Add(table.Get(), Mac(2, 13));
   Add(table.Get(), Protocol(0x00070000u | proto::kHttp));
   Add(table.Get(), Valueless(40));
-  auto delta1 = SavedBytes(table.Get(), 2000);
+  auto delta1 = DeltaBytes(table.Get(), 2000);
 
   clock.Set(3000);
   for (uint32_t i = 150; i < 300; ++i) Add(table.Get(), Ip(i));  // across block boundaries
   Add(table.Get(), Mac(3));
-  auto delta2 = SavedBytes(table.Get(), 3000);
+  auto delta2 = DeltaBytes(table.Get(), 3000);
   EXPECT_EQ(4u + 23 * 6 + 150 * 4 + 6, delta2.size());
 
   clock.Set(9000);
   auto copy = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta1));
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta2));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta1));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta2));
   auto want = Contents(table.Get());
   // The protocol with an upper half comes back by its path as its low half.
   for (auto& [id, text] : want)
@@ -457,7 +457,7 @@ TEST(EntityTableStream, FullSaveThenDeltasLoadedInOrderKeepEveryIdentifier) {
   EXPECT_EQ(9000u, time);  // new times on loading
 
   // Loading a delta twice changes nothing.
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta1));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta1));
   EXPECT_EQ(Count(table.Get()), Count(copy.Get()));
 }
 
@@ -501,17 +501,17 @@ TEST(EntityTableStream, TheIndexAgreesWithAChainWalkThroughLoadsAndResets) {
   for (uint32_t k = 0; k < 6000; ++k) fed.push_back(k * 7 % 1500);
   for (uint32_t k : fed) Add(table.Get(), valueOf(k));
   check(table.Get(), fed);
-  auto full = SavedBytes(table.Get());
+  auto full = DeltaBytes(table.Get());
 
   clock.Set(2000);
   std::vector<uint32_t> later;
   for (uint32_t k = 1500; k < 2400; ++k) later.push_back(k);
   for (uint32_t k : later) Add(table.Get(), valueOf(k));
-  auto delta = SavedBytes(table.Get(), 2000);
+  auto delta = DeltaBytes(table.Get(), 2000);
 
   auto copy = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta));
   fed.insert(fed.end(), later.begin(), later.end());
   check(copy.Get(), fed);
 
@@ -530,20 +530,20 @@ TEST(EntityTableHostileStreams, HugeCountsEndAtTheEndOfTheBytes) {
   Bytes ten;
   ten.Put<USHORT>(0x6865).Put<USHORT>(0x300).Put<ULONG>(0xFFFFFFFFu).Put<USHORT>(2);
   ASSERT_EQ(10u, ten.Get().size());
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), ten.Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), ten.Get()));
 
   // A huge count of valueless entities is one entity.
   Bytes valueless;
   valueless.Put<USHORT>(0x6865).Put<USHORT>(0x300).EmptyEntitySubTables(0, 16);
   valueless.Put<ULONG>(0xFFFFFFFFu).Put<USHORT>(0).EmptyEntitySubTables(17, 23);
-  EXPECT_EQ(S_OK, LoadBytes(table.Get(), valueless.Get()));
+  EXPECT_EQ(S_OK, LoadStreamBytes(table.Get(), valueless.Get()));
   EXPECT_EQ(1u, Count(table.Get(), 39));
 
   // A huge count of protocols runs out of bytes as well.
   Bytes protocols;
   protocols.Put<USHORT>(0x6865).Put<USHORT>(0x300).EmptyEntitySubTables(0, 4);
   protocols.Put<ULONG>(0xFFFFFFFFu).Put<USHORT>(4).Put<ULONG>(0).Put<USHORT>(1);
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), protocols.Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), protocols.Get()));
   EXPECT_EQ(1u, Count(table.Get(), 9));  // what was read stays
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
@@ -553,29 +553,29 @@ TEST(EntityTableHostileStreams, BadLengthsAndDepthsAreRefused) {
   Bytes longValue;
   longValue.Put<USHORT>(0x6865).Put<USHORT>(0x300).Put<ULONG>(1).Put<USHORT>(25);
   longValue.Raw({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25});
-  EXPECT_EQ(E_OUTOFMEMORY, LoadBytes(table.Get(), longValue.Get()));
+  EXPECT_EQ(E_OUTOFMEMORY, LoadStreamBytes(table.Get(), longValue.Get()));
 
   Bytes deep;
   deep.Put<USHORT>(0x6865).Put<USHORT>(0x300).EmptyEntitySubTables(0, 4).Put<ULONG>(1).Put<USHORT>(4).Put<ULONG>(100);
   for (int i = 0; i < 100; ++i) deep.Put<USHORT>(1);
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), deep.Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), deep.Get()));
 
   // A stream length other than the sub-table's: the value is read in the
   // stream's length and compared over the sub-table's.
   Bytes shortIps;
   shortIps.Put<USHORT>(0x6865).Put<USHORT>(0x300).EmptyEntitySubTables(0, 6);
   shortIps.Put<ULONG>(2).Put<USHORT>(2).Raw({10, 1, 10, 2}).EmptyEntitySubTables(7, 23);
-  EXPECT_EQ(S_OK, LoadBytes(table.Get(), shortIps.Get()));
+  EXPECT_EQ(S_OK, LoadStreamBytes(table.Get(), shortIps.Get()));
   EXPECT_TRUE(zemo::SpecsEqual(Make(21, {10, 1, 0, 0}), Entity(table.Get(), 0x06000000)));
   EXPECT_TRUE(zemo::SpecsEqual(Make(21, {10, 2, 0, 0}), Entity(table.Get(), 0x06000001)));
 
   // Truncated in the middle: the values before the cut stay.
-  auto full = SavedBytes(table.Get());
+  auto full = DeltaBytes(table.Get());
   auto other = NewEntityTable();
   std::vector<uint8_t> cut(full.begin(), full.begin() + 4 + 6 * 6 + 6 + 4 + 2);
-  EXPECT_EQ(E_FAIL, LoadBytes(other.Get(), cut));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(other.Get(), cut));
   EXPECT_EQ(1u, Count(other.Get()));
-  EXPECT_EQ(E_FAIL, LoadBytes(other.Get(), {}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(other.Get(), {}));
 }
 
 // ---- XML -------------------------------------------------------------------------

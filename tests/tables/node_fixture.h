@@ -12,6 +12,7 @@
 #include "frame/clsids.h"
 #include "frame/xml_persist.h"
 #include "platform/stream.h"
+#include "support/stream_bytes.h"
 #include "tables/limit_settings.h"
 #include "tables/node_stats.h"
 
@@ -21,6 +22,9 @@ inline MediaSpec Mac(uint8_t last, uint8_t first = 0x00) {
   return specs::Make(specs::kTypeEthernet, {first, 0x1a, 0x2b, 0x3c, 0x4d, last});
 }
 inline MediaSpec Ip(uint8_t a, uint8_t b, uint8_t c, uint8_t d) { return specs::Ipv4(a, b, c, d); }
+
+using testing_support::DeltaBytes;
+using testing_support::LoadStreamBytes;
 
 // A MediaSpec of class and type 0: the address is absent.
 inline constexpr MediaSpec kNone{};
@@ -99,16 +103,6 @@ class NodeStatsFixture : public ::testing::Test {
       rows.emplace_back(p, p + sizeof e);
     }
     return rows;
-  }
-
-  static std::vector<uint8_t> SaveStream(NodeStats* s, ZemoTime since) {
-    ComPtr<IStream> stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, s->SaveDeltas(stream.Get(), &since));
-    return MemoryStreamBytes(stream.Get());
-  }
-  static HRESULT LoadStream(NodeStats* s, const std::vector<uint8_t>& bytes) {
-    ComPtr<IStream> stream = CreateMemoryStream(bytes.data(), bytes.size());
-    return static_cast<IPersistStream*>(s)->Load(stream.Get());
   }
 
   // A second NodeStats on the same context, not added to it.

@@ -50,19 +50,6 @@ class FakeProtoSpecs final : public Object<FakeProtoSpecs, IProtoSpecs> {
   HRESULT FindSpecByPath(const USHORT*, ULONG, MediaSpec*) override { return E_NOTIMPL; }
 };
 
-// The stream plumbing of any delta-capable statistic.
-template <class S>
-std::vector<uint8_t> SaveStreamOf(S* s, ZemoTime since) {
-  ComPtr<IStream> stream = CreateMemoryStream();
-  EXPECT_EQ(S_OK, s->SaveDeltas(stream.Get(), &since));
-  return MemoryStreamBytes(stream.Get());
-}
-template <class S>
-HRESULT LoadStreamOf(S* s, const std::vector<uint8_t>& bytes) {
-  ComPtr<IStream> stream = CreateMemoryStream(bytes.data(), bytes.size());
-  return static_cast<IPersistStream*>(s)->Load(stream.Get());
-}
-
 using testing_support::ReadFile;
 
 // A limit of `limit` records, enforced; reset empties the table, otherwise

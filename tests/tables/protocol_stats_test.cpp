@@ -354,11 +354,11 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
   ASSERT_EQ(S_OK, context->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}, 60, kT0).Get()));
   ASSERT_EQ(S_OK,
             context->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv6, proto::kUdp}, 90, kT0 + 5 * kSecond).Get()));
-  auto full = SaveStreamOf(one.Get(), 0);
+  auto full = DeltaBytes(one.Get(), 0);
   EXPECT_EQ(8u + Records(one.Get()).size() * 36, full.size());
   auto copy = ProtocolStats::Create();
   ASSERT_EQ(S_OK, copy->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, LoadStreamOf(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
   auto a = Records(one.Get()), b = Records(copy.Get());
   ASSERT_EQ(a.size(), b.size());
   for (size_t i = 0; i < a.size(); ++i) {
@@ -366,7 +366,7 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
     EXPECT_EQ(0, std::memcmp(&a[i].Stat, &b[i].Stat, sizeof a[i].Stat));
   }
   // Only UDP moved at or after the later time.
-  auto delta = SaveStreamOf(one.Get(), kT0 + kSecond);
+  auto delta = DeltaBytes(one.Get(), kT0 + kSecond);
   ASSERT_EQ(8u + 36u, delta.size());
   ULONG rows = 0, key = 0;
   std::memcpy(&rows, &delta[4], 4);
@@ -377,10 +377,10 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
 
 TEST_F(ProtocolTables, ALoadedRowWithoutARecordBringsItsAncestors) {
   ASSERT_EQ(S_OK, layered->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}).Get()));
-  auto delta = SaveStreamOf(layered.Get(), kT0);  // the three counted layers, not the IP family
+  auto delta = DeltaBytes(layered.Get(), kT0);  // the three counted layers, not the IP family
   auto fresh = ProtocolStatsByID::Create();
   ASSERT_EQ(S_OK, fresh->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, LoadStreamOf(fresh.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(fresh.Get(), delta));
   EXPECT_EQ(Ids(layered.Get()), Ids(fresh.Get()));
   EXPECT_EQ(0u, Stat(fresh.Get(), proto::kIp).Packets);
   EXPECT_EQ(1u, Stat(fresh.Get(), proto::kTcp).Packets);
@@ -391,13 +391,13 @@ TEST_F(ProtocolTables, HostileStreamsFailWithoutGrowingTheTable) {
   // A row count far beyond the bytes: E_FAIL after the rows there are.
   std::vector<uint8_t> huge = {0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
   huge.resize(8 + 36, 0x11);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), huge));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), huge));
   ULONG n = 0;
   ASSERT_EQ(S_OK, lone->GetProtocolCount(&n));
   EXPECT_EQ(1u, n);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), {1, 0}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), {1, 0}));
   std::vector<uint8_t> shortRow = {0, 0, 0, 0, 1, 0, 0, 0, 5, 0, 0};
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), shortRow));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), shortRow));
 }
 
 TEST_F(ProtocolTables, XmlRoundTripsAndRejectsMissingFields) {

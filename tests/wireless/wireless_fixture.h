@@ -15,10 +15,14 @@
 #include "frame/module.h"
 #include "frame/stream_persist.h"
 #include "platform/class_store.h"
+#include "support/stream_bytes.h"
 #include "wireless/wireless_channel_stats2.h"
 #include "wireless/wireless_interfaces.h"
 
 namespace zemo::testing {
+
+using testing_support::LoadStreamBytes;
+using testing_support::StreamBytes;
 
 inline constexpr ZemoTime kWirelessT0 = 133000000000000000ull;
 inline constexpr ZemoTime kWirelessSecond = 1000000000ull;
@@ -76,15 +80,6 @@ class WirelessFixture : public ::testing::Test {
     std::vector<int> out;
     for (const ZemoWirelessChannelStat& c : Channels(stats)) out.push_back(c.Channel.Channel);
     return out;
-  }
-
-  static std::vector<uint8_t> StreamBytes(IUnknown* object) {
-    auto stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, SaveObjectToStream(object, stream.Get(), TRUE));
-    return MemoryStreamBytes(stream.Get());
-  }
-  static HRESULT LoadBytes(IUnknown* object, const std::vector<uint8_t>& bytes) {
-    return LoadObjectFromStream(object, CreateReadOnlyStream(bytes.data(), bytes.size()).Get());
   }
 
   PacketBuilder packet;
