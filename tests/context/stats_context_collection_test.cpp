@@ -13,6 +13,7 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/strings.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -188,9 +189,7 @@ TEST_F(ContextCollectionTest, FailuresLeaveTheListAsTheRulesSay) {
   size_t at = text.find("</stats-contexts>");
   ASSERT_NE(std::string::npos, at);
   text.insert(at, "<note/><context><statscontext><props/></statscontext></context>");
-  auto broken = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  ASSERT_EQ(S_OK, broken->loadXML(CBstr(FromUtf8(text)).Get(), &ok));
+  auto broken = testing_support::ParseXml(text);
   ASSERT_EQ(S_OK, m_list->RemoveAllContexts());
   EXPECT_EQ(E_FAIL, persist->Load(broken.Get(), broken.Get()));
   ASSERT_EQ(1, Count());

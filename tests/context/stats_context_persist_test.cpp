@@ -20,6 +20,7 @@
 #include "platform/clock.h"
 #include "platform/strings.h"
 #include "support/stream_bytes.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -48,19 +49,7 @@ ComPtr<I> As(StatsContext* context) {
 using testing_support::LoadStreamBytes;
 using testing_support::StreamBytes;
 
-std::string XmlOf(IXMLDOMDocument* document) {
-  CBstr xml;
-  EXPECT_EQ(S_OK, document->get_xml(xml.Out()));
-  return ToUtf8(xml.View());
-}
-
-ComPtr<IXMLDOMDocument> DocumentOf(const std::string& text) {
-  auto document = CreateXmlDocument();
-  CBstr xml(FromUtf8(text));
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  EXPECT_EQ(S_OK, document->loadXML(xml.Get(), &ok));
-  return document;
-}
+std::string XmlOf(IXMLDOMDocument* document) { return ToUtf8(testing_support::XmlMarkup(document)); }
 
 class ContextPersistTest : public ::testing::Test {
  protected:
@@ -297,7 +286,7 @@ TEST_F(ContextPersistTest, XmlHeaderRules) {
   ASSERT_NE(std::string::npos, to);
   std::string noStats = text.substr(0, from) + text.substr(to + 8);
   auto reader = StatsContext::Create();
-  auto partial = DocumentOf(noStats);
+  auto partial = testing_support::ParseXml(noStats);
   ASSERT_EQ(S_OK, As<IPersistXml>(reader.Get())->Load(partial.Get(), partial.Get()));
   ULONGLONG packets = 0;
   ULONG count = 1;
@@ -311,7 +300,7 @@ TEST_F(ContextPersistTest, XmlHeaderRules) {
   from = text.rfind("<prop", name);
   to = std::min(text.find("<prop", name), text.find("</props>", name));
   std::string noTotal = text.substr(0, from) + text.substr(to);
-  auto refused = DocumentOf(noTotal);
+  auto refused = testing_support::ParseXml(noTotal);
   EXPECT_EQ(E_FAIL, As<IPersistXml>(StatsContext::Create().Get())->Load(refused.Get(), refused.Get()));
   // Nothing at all.
   EXPECT_EQ(E_FAIL, As<IPersistXml>(reader.Get())->Load(CreateXmlDocument().Get(), CreateXmlDocument().Get()));

@@ -14,6 +14,7 @@
 #include "frame/xml_persist.h"
 #include "identity_test_support.h"
 #include "support/scratch_dir.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -590,17 +591,6 @@ class EntityTableXml : public ::testing::Test {
     return doc;
   }
   HRESULT Load(IEntityTable* table, IXMLDOMDocument* doc) { return zemo::LoadObjectFromXml(table, doc, doc); }
-  ComPtr<IXMLDOMDocument> Parse(const char16_t* text) {
-    auto doc = zemo::CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, doc->loadXML(zemo::CBstr(text).Get(), &ok));
-    return doc;
-  }
-  std::u16string Markup(IXMLDOMDocument* doc) {
-    zemo::CBstr text;
-    EXPECT_EQ(S_OK, doc->get_xml(text.Out()));
-    return std::u16string(text.View());
-  }
 };
 
 TEST_F(EntityTableXml, SavesEntitiesInSubTableOrderAndLoadsThemBack) {
@@ -609,7 +599,7 @@ TEST_F(EntityTableXml, SavesEntitiesInSubTableOrderAndLoadsThemBack) {
   Add(table.Get(), Make(1, {0xAB, 0xCD}));
   Add(table.Get(), Valueless(39));
   auto doc = Save(table.Get());
-  std::u16string xml = Markup(doc.Get());
+  std::u16string xml = zemo::testing_support::XmlMarkup(doc.Get());
   EXPECT_NE(xml.find(u"<entity class=\"1\" type=\"1\" data=\"ABCD\"/><entity class=\"2\" type=\"10\" data=\"00500A0B0C0D\"/>"
                      u"<entity class=\"1\" type=\"39\" data=\"\"/></entitytable>"),
             std::u16string::npos)
@@ -619,19 +609,19 @@ TEST_F(EntityTableXml, SavesEntitiesInSubTableOrderAndLoadsThemBack) {
   EXPECT_EQ(Contents(table.Get()), Contents(copy.Get()));
 
   // A delta behind every entity is an empty element.
-  EXPECT_NE(Markup(Save(table.Get(), ~0ull).Get()).find(u"<entitytable/>"), std::u16string::npos);
+  EXPECT_NE(zemo::testing_support::XmlMarkup(Save(table.Get(), ~0ull).Get()).find(u"<entitytable/>"), std::u16string::npos);
 }
 
 TEST_F(EntityTableXml, LoadTakesAnyElementNameAndEitherCase) {
   auto table = NewEntityTable();
-  auto doc = Parse(u"<r><entitytable><x class='2' type='21' data='0a0B0c0D'/><!-- c --><y class='0' type='21' mask='5' "
+  auto doc = zemo::testing_support::ParseXml(u"<r><entitytable><x class='2' type='21' data='0a0B0c0D'/><!-- c --><y class='0' type='21' mask='5' "
                    u"data='0A0B0C0D'/></entitytable></r>");
   ComPtr<IXMLDOMElement> root;
   ASSERT_EQ(S_OK, doc->get_documentElement(root.ReleaseAndGetAddressOf()));
   ASSERT_EQ(S_OK, zemo::LoadObjectFromXml(table.Get(), doc.Get(), root.Get()));
   EXPECT_EQ(1u, Count(table.Get()));
   // No entitytable element: nothing happens.
-  EXPECT_EQ(S_OK, Load(table.Get(), Parse(u"<r/>").Get()));
+  EXPECT_EQ(S_OK, Load(table.Get(), zemo::testing_support::ParseXml(u"<r/>").Get()));
 }
 
 TEST_F(EntityTableXml, ReadingStopsAtTheFirstBadEntity) {
@@ -647,7 +637,7 @@ TEST_F(EntityTableXml, ReadingStopsAtTheFirstBadEntity) {
   };
   for (const char16_t* text : bad) {
     auto table = NewEntityTable();
-    EXPECT_EQ(E_FAIL, Load(table.Get(), Parse(text).Get())) << zemo::ToUtf8(text);
+    EXPECT_EQ(E_FAIL, Load(table.Get(), zemo::testing_support::ParseXml(text).Get())) << zemo::ToUtf8(text);
     EXPECT_EQ(1u, Count(table.Get())) << zemo::ToUtf8(text);
   }
 }

@@ -11,6 +11,7 @@
 #include "frame/selection.h"
 #include "frame/xml_persist.h"
 #include "identity_test_support.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -413,9 +414,7 @@ TEST_F(TupleTableTest, XmlWritesLowerCaseHexAndReadsItBack) {
 
 TEST_F(TupleTableTest, XmlReadingStopsAtTheFirstBadTuple) {
   auto parse = [](const std::u16string& body) {
-    auto doc = zemo::CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, doc->loadXML(zemo::CBstr(u"<r>" + body + u"</r>").Get(), &ok));
+    auto doc = zemo::testing_support::ParseXml(u"<r>" + body + u"</r>");
     ComPtr<IXMLDOMElement> root;
     EXPECT_EQ(S_OK, doc->get_documentElement(root.ReleaseAndGetAddressOf()));
     return std::pair{doc, root};

@@ -14,6 +14,7 @@
 #include "support/scratch_dir.h"
 #include "support/stream_bytes.h"
 #include "support/table_cells.h"
+#include "support/xml_text.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -30,6 +31,7 @@ namespace sized {
 
 using zemo::ComPtr;
 using zemo::testing_support::LoadStreamBytes;
+using zemo::testing_support::ParseXml;
 using zemo::testing_support::StreamBytes;
 
 // The rows of a statistic's table as "Stat=Value " pairs.
@@ -76,13 +78,6 @@ class StatsTest : public ::testing::Test {
     document = zemo::CreateXmlDocument();
     auto root = zemo::CreateChildElement(document.Get(), document.Get(), u"root");
     return root;
-  }
-
-  static ComPtr<IXMLDOMDocument> Parse(const char* markup) {
-    ComPtr<IXMLDOMDocument> document = zemo::CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, document->loadXML(zemo::CBstr(markup).Get(), &ok));
-    return document;
   }
 
   std::u16string File(const std::string& leaf) const { return m_dir.WideFile(leaf); }

@@ -336,7 +336,7 @@ TEST_F(ErrorStatsTest, XmlTextAndSelection) {
   ASSERT_EQ(S_OK, copy->Load(document.Get(), root.Get()));
   EXPECT_EQ((std::vector<uint64_t>{1, 0, 1}), Counters(copy.Get()));
   auto load = [&](const char* markup) {
-    auto doc = Parse(markup);
+    auto doc = ParseXml(markup);
     ComPtr<IXMLDOMElement> top;
     EXPECT_EQ(S_OK, doc->get_documentElement(top.ReleaseAndGetAddressOf()));
     return copy->Load(doc.Get(), top.Get());

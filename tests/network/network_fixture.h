@@ -19,6 +19,7 @@
 #include "network/network_counters.h"
 #include "platform/class_store.h"
 #include "support/stream_bytes.h"
+#include "support/xml_text.h"
 
 namespace zemo::testing {
 
@@ -57,15 +58,11 @@ class NetworkFixture : public ::testing::Test {
   static std::string XmlOf(IUnknown* object) {
     ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
     EXPECT_EQ(S_OK, SaveObjectToXml(object, doc.Get(), doc.Get(), FALSE));
-    CBstr xml;
-    EXPECT_EQ(S_OK, doc->get_xml(xml.Out()));
-    return xml.Utf8();
+    return ToUtf8(testing_support::XmlMarkup(doc.Get()));
   }
 
   static HRESULT LoadXml(IUnknown* object, const std::string& markup) {
-    ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, doc->loadXML(CBstr(markup.c_str()).Get(), &ok)) << markup;
+    ComPtr<IXMLDOMDocument> doc = testing_support::ParseXml(markup);
     return LoadObjectFromXml(object, doc.Get(), doc.Get());
   }
 

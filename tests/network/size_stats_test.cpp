@@ -255,7 +255,7 @@ TEST_F(SizeStatsTest, XmlHoldsOneStatPerBucketAndRefusesBadIndexes) {
   EXPECT_EQ(Buckets(stats.Get()), Buckets(copy.Get()));
 
   auto load = [&](const char* markup) {
-    auto doc = Parse(markup);
+    auto doc = ParseXml(markup);
     ComPtr<IXMLDOMElement> top;
     EXPECT_EQ(S_OK, doc->get_documentElement(top.ReleaseAndGetAddressOf()));
     return copy->Load(doc.Get(), top.Get());

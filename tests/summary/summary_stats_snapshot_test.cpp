@@ -160,10 +160,8 @@ TEST_F(SnapshotTest, XmlFormCarriesEachTypeAndRefusesWhatIsMissing) {
   EXPECT_NE(std::string::npos, xml.find("type=\"2\" time=\"77\"")) << xml;
 
   // The element itself is what loads.
-  auto document = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
   auto load = [&](const std::string& markup) {
-    EXPECT_EQ(S_OK, document->loadXML(CBstr(markup.c_str()).Get(), &ok));
+    auto document = testing_support::ParseXml(markup);
     ComPtr<IXMLDOMElement> root;
     document->get_documentElement(root.ReleaseAndGetAddressOf());
     auto copy = SummaryStatsSnapshot::Create();

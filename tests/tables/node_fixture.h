@@ -13,6 +13,7 @@
 #include "frame/xml_persist.h"
 #include "platform/stream.h"
 #include "support/stream_bytes.h"
+#include "support/xml_text.h"
 #include "tables/limit_settings.h"
 #include "tables/node_stats.h"
 
@@ -32,13 +33,7 @@ inline constexpr MediaSpec kNone{};
 inline constexpr ZemoTime kT0 = 133000000000000000ull;
 inline constexpr ZemoTime kSecond = 1000000000ull;
 
-// A document parsed from text.
-inline ComPtr<IXMLDOMDocument> ParseXml(const std::u16string& text) {
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  EXPECT_EQ(S_OK, document->loadXML(CBstr(text).Get(), &ok));
-  return document;
-}
+using testing_support::ParseXml;
 
 class NodeStatsFixture : public ::testing::Test {
  public:
