@@ -1,6 +1,6 @@
-// Support for the error, size, history and dashboard tests: the module and
-// the engine classes registered, a context on a chosen medium, streams of
-// raw bytes, and a scratch folder for text exports.
+// Support for the error, size, history and dashboard tests: the network
+// statistics' fixture with a context on a chosen medium, tables as text,
+// streams of raw bytes, and a scratch folder for text exports.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,6 +24,7 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/stream.h"
+#include "tests/network/network_fixture.h"
 
 #define EXPECT_FAILS(expr) EXPECT_TRUE(FAILED(expr)) << #expr
 
@@ -50,27 +51,14 @@ inline std::string TableText(ISelectableObject* stats) {
 inline constexpr ZemoTime kSec = 1000000000ull;
 inline constexpr ZemoTime kBase = 133500000000000000ull;  // on a whole second, in 2024
 
-class StatsTest : public ::testing::Test {
+class StatsTest : public zemo::testing::NetworkFixture {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
-  }
-
   static ComPtr<zemo::StatsContext> Context(ULONG type, ULONG subType = 0, ULONGLONG speed = 0) {
     auto context = zemo::StatsContext::Create();
     EXPECT_EQ(S_OK, context->SetMediaType(type));
     EXPECT_EQ(S_OK, context->SetMediaSubType(subType));
     EXPECT_EQ(S_OK, context->SetLinkSpeed(speed));
     return context;
-  }
-
-  // The interface I of a new object of the class, created by identifier.
-  template <class I>
-  static ComPtr<I> Create(REFCLSID clsid) {
-    ComPtr<I> out;
-    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
-    return out;
   }
 
   // The document element `root` of a new document, for XML round trips.
