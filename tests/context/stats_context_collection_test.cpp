@@ -26,7 +26,6 @@ class ContextCollectionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_ZemoStatsContextCollection, nullptr, CLSCTX_ALL,
                                      IID_IZemoStatsContextCollection, m_list.OutVoid()));
   }

@@ -53,10 +53,7 @@ std::string XmlOf(IXMLDOMDocument* document) { return ToUtf8(testing_support::Xm
 
 class ContextPersistTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
-  }
+  void SetUp() override { ASSERT_EQ(S_OK, DllRegisterServer()); }
 
   // A context holding every statistic the module serves, each under its class.
   static ComPtr<StatsContext> Writer(bool xml = false) {

@@ -31,10 +31,7 @@ inline constexpr ZemoTime kSecond = 1000000000ull;
 
 class NetworkFixture : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
-  }
+  void SetUp() override { ASSERT_EQ(S_OK, DllRegisterServer()); }
 
   // A statistic of the module by class identifier, as a host creates it.
   template <class I>

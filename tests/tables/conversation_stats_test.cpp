@@ -22,7 +22,6 @@ namespace specs = zemo::specs;
 class Conversations : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
     context = zemo::StatsContext::Create();
     stats = ConversationStats::Create();
     ASSERT_EQ(S_OK, context->AddStats(CLSID_ConversationStats, stats.Get()));

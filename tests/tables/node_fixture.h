@@ -38,7 +38,6 @@ using testing_support::ParseXml;
 class NodeStatsFixture : public ::testing::Test {
  public:
   void SetUp() override {
-    ASSERT_EQ(S_OK, RegisterEngineClasses());  // the entity table's protocol tree, the table of GetTable
     context = StatsContext::Create();
     stats = NodeStats::Create();
     ASSERT_EQ(S_OK, context->AddStats(CLSID_NodeStats, stats.Get()));

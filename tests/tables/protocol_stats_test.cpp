@@ -23,7 +23,6 @@ namespace specs = zemo::specs;
 class ProtocolTables : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
     context = zemo::StatsContext::Create();
     one = ProtocolStats::Create();
     layered = ProtocolStatsByID::Create();

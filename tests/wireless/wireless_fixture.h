@@ -35,7 +35,6 @@ class WirelessFixture : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
     first = Create<IWirelessChannelStats>(CLSID_WirelessChannelStats);
     second = Create<IWirelessChannelStats2>(CLSID_WirelessChannelStats2);
   }
