@@ -61,6 +61,15 @@ class StatsTest : public zemo::testing::NetworkFixture {
     return context;
   }
 
+  // A new S added to a new context on this medium, as a host sets it up.
+  template <class S>
+  ComPtr<S> InContext(REFCLSID clsid, ULONG type, ULONG subType, ULONGLONG speed) {
+    m_contexts.push_back(m_context = Context(type, subType, speed));
+    auto stats = S::Create();
+    EXPECT_EQ(S_OK, m_context->AddStats(clsid, stats.Get()));
+    return stats;
+  }
+
   // The document element `root` of a new document, for XML round trips.
   static ComPtr<IXMLDOMElement> XmlRoot(ComPtr<IXMLDOMDocument>& document) {
     document = zemo::CreateXmlDocument();
@@ -71,6 +80,10 @@ class StatsTest : public zemo::testing::NetworkFixture {
   std::u16string File(const std::string& leaf) const { return m_dir.WideFile(leaf); }
   static std::string Contents(const std::u16string& name) { return zemo::testing_support::ReadFile(name); }
   static bool Exists(const std::u16string& name) { return std::filesystem::exists(zemo::ToUtf8(name)); }
+
+  ComPtr<zemo::StatsContext> m_context;
+  // A statistic holds its context without a reference: every context made stays alive.
+  std::vector<ComPtr<zemo::StatsContext>> m_contexts;
 
  private:
   zemo::testing_support::ScratchDir m_dir;

@@ -28,10 +28,7 @@ Bytes MonitorFrame(const Bytes& subvectors, const Bytes& route = {}, BYTE vector
 class ErrorStatsTest : public StatsTest {
  protected:
   ComPtr<ErrorStats> InContext(ULONG type, ULONG subType = 0) {
-    m_contexts.push_back(m_context = Context(type, subType));
-    auto stats = ErrorStats::Create();
-    EXPECT_EQ(S_OK, m_context->AddStats(CLSID_ErrorStats, stats.Get()));
-    return stats;
+    return StatsTest::InContext<ErrorStats>(CLSID_ErrorStats, type, subType, 0);
   }
 
   static std::vector<uint64_t> Counters(ErrorStats* stats) {
@@ -65,10 +62,6 @@ class ErrorStatsTest : public StatsTest {
     }
     return out;
   }
-
-  ComPtr<zemo::StatsContext> m_context;
-  // A statistic holds its context without a reference: every context made stays alive.
-  std::vector<ComPtr<zemo::StatsContext>> m_contexts;
 };
 
 TEST_F(ErrorStatsTest, CountersFollowTheMediumAndAMediumWithoutATableKeepsTheCount) {

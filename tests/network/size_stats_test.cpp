@@ -17,10 +17,7 @@ class SizeStatsTest : public StatsTest {
  protected:
   // A SizeStats added to a context on this medium, as a host sets it up.
   ComPtr<SizeStats> InContext(ULONG type, ULONG subType = 0, ULONGLONG speed = 0) {
-    m_contexts.push_back(m_context = Context(type, subType, speed));
-    auto stats = SizeStats::Create();
-    EXPECT_EQ(S_OK, m_context->AddStats(CLSID_SizeStats, stats.Get()));
-    return stats;
+    return StatsTest::InContext<SizeStats>(CLSID_SizeStats, type, subType, speed);
   }
 
   static std::vector<uint64_t> Buckets(SizeStats* stats) {
@@ -49,10 +46,6 @@ class SizeStatsTest : public StatsTest {
       }
     return found;
   }
-
-  ComPtr<zemo::StatsContext> m_context;
-  // A statistic holds its context without a reference: every context made stays alive.
-  std::vector<ComPtr<zemo::StatsContext>> m_contexts;
 };
 
 TEST_F(SizeStatsTest, SetIsChosenByMediumSubtypeAndLinkSpeed) {
