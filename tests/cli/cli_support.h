@@ -62,9 +62,11 @@ void CheckEachFile(const std::vector<std::string>& files,
 
 }  // namespace zemo::testing_cli
 
-#define SKIP_WITHOUT_SHARED_CAPTURES()                                               \
-  if (!std::filesystem::is_directory(::zemo::testing_cli::CapturesRoot()))             \
-  GTEST_SKIP() << ::zemo::testing_cli::CapturesRoot() << " is absent: no third-party captures"
+#define SKIP_WITHOUT_SHARED_CAPTURES()                                                        \
+  do {                                                                                          \
+    if (!std::filesystem::is_directory(::zemo::testing_cli::CapturesRoot()))                   \
+      GTEST_SKIP() << ::zemo::testing_cli::CapturesRoot() << " is absent: no third-party captures"; \
+  } while (0)
 
 // Where figures are compared with a peer, the peer must be there when CI
 // says so (scripts/test.sh installs them).

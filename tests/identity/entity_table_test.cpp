@@ -30,12 +30,6 @@ MediaSpec Entity(IEntityTable* table, ULONG id, ZemoTime* time = nullptr) {
   return spec;
 }
 
-ULONG Count(IEntityTable* table, ULONG type = 0) {
-  ULONG n = 0;
-  EXPECT_EQ(S_OK, table->GetCount(type, &n));
-  return n;
-}
-
 std::vector<ULONG> IdsOf(IEntityTable* table, ULONG type) {
   std::vector<ULONG> ids;
   ULONG id = 0;
@@ -359,8 +353,7 @@ TEST(EntityTableStream, LayoutIsMagicVersionThenEverySubTableWithCountAndLength)
   auto stream = zemo::CreateMemoryStream();
   ASSERT_EQ(S_OK, persist->Save(stream.Get(), TRUE));
   EXPECT_EQ(expected.Get(), zemo::MemoryStreamBytes(stream.Get()));
-  ULARGE_INTEGER* none = nullptr;
-  EXPECT_EQ(E_POINTER, persist->GetSizeMax(none));
+  EXPECT_EQ(E_POINTER, persist->GetSizeMax(nullptr));
   EXPECT_EQ(S_OK, persist->IsDirty());
 }
 

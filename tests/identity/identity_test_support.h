@@ -37,6 +37,14 @@ inline ULONG Add(IEntityTable* table, const MediaSpec& spec) {
   return id;
 }
 
+// The entities or tuples of a table, of one type (0: all).
+template <class Table>
+ULONG Count(Table* table, ULONG type = 0) {
+  ULONG n = 0;
+  EXPECT_EQ(S_OK, table->GetCount(type, &n));
+  return n;
+}
+
 inline ULONG AddTuple(ITupleTable* table, ULONG source, ULONG destination, ULONG protocol) {
   TupleRecord r{};
   r.fSource = source;

@@ -21,12 +21,6 @@ namespace proto = zemo::proto;
 
 constexpr ULONG kAny = 0xFFFFFFFFu;
 
-ULONG Count(ITupleTable* table, ULONG type = 0) {
-  ULONG n = 0;
-  EXPECT_EQ(S_OK, table->GetCount(type, &n));
-  return n;
-}
-
 TupleRecord Tuple(ITupleTable* table, ULONG id) {
   TupleRecord r{};
   EXPECT_EQ(S_OK, table->GetTuple(id, &r)) << std::hex << id;
