@@ -10,6 +10,7 @@
 #include "frame/xml_persist.h"
 #include "tests/alarms/alarm_fixture.h"
 #include "tests/support/scratch_dir.h"
+#include "tests/support/table_cells.h"
 
 namespace {
 
@@ -156,17 +157,10 @@ TEST(AlarmCollection, SelectsAnAlarmByNameOrId) {
   EXPECT_EQ(E_INVALIDARG, select({{u"name", u"Busy"}}, u"node").first);
   EXPECT_EQ(E_INVALIDARG, select({{u"name", u"Busy"}}, u"alarm", true).first);  // an alarm is not selectable
 
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, collection->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ComPtr<IDataRow> row;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  ASSERT_EQ(S_OK, rows->GetRow(1, row.ReleaseAndGetAddressOf()));
-  CVariant name, id;
-  ASSERT_EQ(S_OK, row->GetValue(0, &name));
-  ASSERT_EQ(S_OK, row->GetValue(1, &id));
-  EXPECT_EQ(u"Quiet", std::u16string_view(name.bstrVal));
-  EXPECT_EQ(GuidText(idB), std::u16string_view(id.bstrVal));
+  auto t = zemo::testing_support::ReadTable(collection.Get());
+  ASSERT_EQ(2u, t.rows.size());
+  EXPECT_EQ(u"Quiet", t.Text(1, 0));
+  EXPECT_EQ(GuidText(idB), t.Text(1, 1));
 }
 
 TEST(AlarmStates, SaveAsTheyStandInStreamAndXml) {

@@ -11,6 +11,7 @@
 #include "frame/selection.h"
 #include "platform/class_store.h"
 #include "tests/alarms/alarm_fixture.h"
+#include "tests/support/table_cells.h"
 
 namespace {
 
@@ -196,18 +197,10 @@ TEST_F(Server, SelectsItsContextAndAlarmsAndTablesTheirStates) {
   EXPECT_TRUE(SameObject(calm->GetUnknown(), select(u"alarm", u"calm").Get()));
   EXPECT_FALSE(select(u"alarm", nullptr));
 
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, server->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  const char16_t* expected[] = {u"problem: 7", u"resolved: 0"};
-  for (LONG r = 0; r < 2; ++r) {
-    ComPtr<IDataRow> row;
-    CVariant state;
-    ASSERT_EQ(S_OK, rows->GetRow(r, row.ReleaseAndGetAddressOf()));
-    ASSERT_EQ(S_OK, row->GetValue(2, &state));
-    EXPECT_EQ(expected[r], std::u16string_view(state.bstrVal));
-  }
+  auto t = zemo::testing_support::ReadTable(server.Get());
+  ASSERT_EQ(2u, t.rows.size());
+  EXPECT_EQ(u"problem: 7", t.Text(0, 2));
+  EXPECT_EQ(u"resolved: 0", t.Text(1, 2));
 }
 
 // Packets on one thread, ticks on another, readers on a third: each object

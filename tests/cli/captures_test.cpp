@@ -19,7 +19,6 @@
 #include <filesystem>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -120,33 +119,13 @@ std::string CheckCapture(const std::string& path, bool leakCheck, const std::str
 }
 
 TEST(SharedCaptures, EveryCaptureRunsCleanWithTheTotalsLibpcapReads) {
-  fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: no third-party captures to run";
-  std::vector<std::string> files;
-  for (const auto& entry : fs::recursive_directory_iterator(root))
-    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path().string());
-  std::sort(files.begin(), files.end());
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  const std::vector<std::string> files = SharedCaptures();
   ASSERT_FALSE(files.empty());
-
-  // Two at a time: most of the time is the start of an instrumented program.
-  std::atomic<size_t> next{0};
-  std::mutex lock;
-  std::vector<std::string> failures;
   ScratchDir documents;
-  auto worker = [&] {
-    for (size_t i; (i = next++) < files.size();) {
-      std::string problem = CheckCapture(files[i], i % 10 == 0, documents.File(std::to_string(i) + ".json"));
-      if (!problem.empty()) {
-        std::lock_guard<std::mutex> hold(lock);
-        failures.push_back(files[i] + ": " + problem);
-      }
-    }
-  };
-  std::thread a(worker), b(worker);
-  a.join();
-  b.join();
-  for (const std::string& f : failures) ADD_FAILURE() << f;
-  EXPECT_TRUE(failures.empty()) << failures.size() << " of " << files.size() << " captures";
+  CheckEachFile(files, [&](size_t i, const std::string& path) {
+    return CheckCapture(path, i % 10 == 0, documents.File(std::to_string(i) + ".json"));
+  });
 
   // Every document has the form its schema file gives.
   std::vector<std::string> written;
@@ -207,8 +186,8 @@ bool SameValue(const json& value, const std::string& field) {
 // rows the report shows first; capture.csv has the capture's figures; and
 // the rows of every table in the JSON document are keyed by its columns.
 TEST(SharedCaptures, CsvFilesAndTheJsonDocumentHoldTheSameTables) {
-  fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: no third-party captures to run";
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  const fs::path root = CapturesRoot();
   for (const char* name : {"tcpdump/afs.pcap", "aircrack/wpa2-psk-linksys.cap", "tcpdump/LINKTYPE_RAW_ipv6.pcap",
                            "tcpdump/mptcp-v0.pcap"}) {
     SCOPED_TRACE(name);
@@ -249,8 +228,8 @@ TEST(SharedCaptures, CsvFilesAndTheJsonDocumentHoldTheSameTables) {
 // Figures once reported wrong on these captures, against what tshark and
 // capinfos say of them (each found by a user comparing the two).
 TEST(SharedCaptures, FiguresOnceWrongAreWhatTsharkCounts) {
-  fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: no third-party captures to run";
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  const fs::path root = CapturesRoot();
   // Packets of a protocol over all its conversations, of a protocol in the
   // protocol table, and the warning that has a text.
   auto conversations = [](const json& doc, const std::string& protocol) {

@@ -23,15 +23,12 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <sstream>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -43,14 +40,6 @@ namespace {
 using nlohmann::json;
 using namespace zemo::testing_cli;
 namespace fs = std::filesystem;
-
-std::vector<std::string> Split(const std::string& line, char by) {
-  std::vector<std::string> cells;
-  std::stringstream in(line);
-  for (std::string cell; std::getline(in, cell, by);) cells.push_back(cell);
-  if (!line.empty() && line.back() == by) cells.emplace_back();
-  return cells;
-}
 
 // A decimal number, 0 when the text is none.
 uint64_t Number(const std::string& text) {
@@ -90,16 +79,12 @@ struct Expected {
 
 // What zemostats must count of an Ethernet capture, from tshark's fields.
 Expected FromTshark(const std::string& path) {
-  static const char* const kFields[] = {"frame.len", "frame.protocols", "eth.src", "eth.dst", "ip.src", "ip.dst",
-                                        "ipv6.src", "ipv6.dst", "arp.src.proto_ipv4", "arp.dst.proto_ipv4",
-                                        "frame.time_epoch"};
-  std::string command = "tshark -n -r " + Quote(path) + " -T fields -E separator=/t -E occurrence=f";
-  for (const char* f : kFields) command += std::string(" -e ") + f;
   Expected e;
-  std::stringstream lines(Output(command));
-  for (std::string line; std::getline(lines, line);) {
-    std::vector<std::string> c = Split(line, '\t');
-    c.resize(std::size(kFields));
+  for (const std::vector<std::string>& c :
+       TsharkFields(path,
+                    {"frame.len", "frame.protocols", "eth.src", "eth.dst", "ip.src", "ip.dst", "ipv6.src", "ipv6.dst",
+                     "arp.src.proto_ipv4", "arp.dst.proto_ipv4", "frame.time_epoch"},
+                    "-E occurrence=f")) {
     const uint64_t length = Number(c[0]);
     const uint64_t counted = std::min<uint64_t>(length, 0xFFFF);
     ++e.packets;
@@ -232,61 +217,25 @@ std::vector<std::string> CheckCapture(const std::string& path) {
   return out;
 }
 
-bool HavePeers(std::string* missing) {
-  for (const char* tool : {"tshark", "capinfos", "tcpdump", "mergecap"})
-    if (std::system(("command -v " + std::string(tool) + " >/dev/null 2>&1").c_str()) != 0) *missing += tool + std::string(" ");
-  return missing->empty();
-}
-
-// Where zemostats's report is compared with tshark, peers must be there
-// when CI says so (scripts/test.sh installs them).
-#define SKIP_WITHOUT_PEERS()                                                                   \
-  do {                                                                                         \
-    std::string missing;                                                                       \
-    if (!HavePeers(&missing)) {                                                                \
-      if (std::getenv("ZEMO_REQUIRE_PEERS")) FAIL() << "missing peers: " << missing;           \
-      GTEST_SKIP() << "the peers are needed (scripts/test.sh installs them): " << missing;          \
-    }                                                                                          \
-  } while (0)
-
-fs::path CapturesRoot() { return fs::path(ZEMO_SHARED_DIR) / "captures"; }
+#define SKIP_WITHOUT_ALL_PEERS() SKIP_WITHOUT_PEERS("tshark", "capinfos", "tcpdump", "mergecap")
 
 TEST(Peers, EveryCaptureCountsWhatCapinfosAndTsharkCount) {
-  SKIP_WITHOUT_PEERS();
-  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
-  std::vector<std::string> files;
-  for (const auto& entry : fs::recursive_directory_iterator(CapturesRoot()))
-    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path().string());
-  std::sort(files.begin(), files.end());
-
-  std::atomic<size_t> next{0};
-  std::mutex lock;
-  std::map<std::string, std::vector<std::string>> failures;
-  auto worker = [&] {
-    for (size_t i; (i = next++) < files.size();) {
-      std::vector<std::string> problems = CheckCapture(files[i]);
-      if (problems.empty()) continue;
-      std::lock_guard<std::mutex> hold(lock);
-      failures[files[i]] = std::move(problems);
-    }
-  };
-  std::thread a(worker), b(worker);
-  a.join();
-  b.join();
-  for (const auto& [file, problems] : failures) {
+  SKIP_WITHOUT_ALL_PEERS();
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  CheckEachFile(SharedCaptures(), [](size_t, const std::string& path) {
+    std::vector<std::string> problems = CheckCapture(path);
     std::string text;
     for (size_t i = 0; i < problems.size() && i < 6; ++i) text += "\n  " + problems[i];
     if (problems.size() > 6) text += "\n  ... " + std::to_string(problems.size() - 6) + " more";
-    ADD_FAILURE() << file << ":" << text;
-  }
-  EXPECT_TRUE(failures.empty()) << failures.size() << " of " << files.size() << " captures differ";
+    return text;
+  });
 }
 
 // The traffic lines against tshark -z io,stat at the same interval: frames
 // and bytes of each line, from the first packet on.
 TEST(Peers, TrafficLinesAreTsharksIoStatBins) {
-  SKIP_WITHOUT_PEERS();
-  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  SKIP_WITHOUT_ALL_PEERS();
+  SKIP_WITHOUT_SHARED_CAPTURES();
   for (const char* name : {"tcpdump/afs.pcap", "tcpdump/ieee802.11_exthdr.pcap", "aircrack/wpa2-psk-linksys.cap",
                            "tcpdump/mptcp-v0.pcap", "tcpdump/arp-oobr.pcap"}) {
     SCOPED_TRACE(name);
@@ -329,8 +278,8 @@ TEST(Peers, TrafficLinesAreTsharksIoStatBins) {
 
 // A capture filter passes the packets that tcpdump passes with it.
 TEST(Peers, AFilterPassesWhatTcpdumpPasses) {
-  SKIP_WITHOUT_PEERS();
-  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  SKIP_WITHOUT_ALL_PEERS();
+  SKIP_WITHOUT_SHARED_CAPTURES();
   const std::pair<const char*, const char*> cases[] = {
       {"tcpdump/afs.pcap", "udp port 7000 or udp port 7001"},
       {"tcpdump/afs.pcap", "host 192.168.3.4 and not udp"},
@@ -356,7 +305,7 @@ TEST(Peers, AFilterPassesWhatTcpdumpPasses) {
 // packets interleave and tie, one read from standard input, and two real
 // captures years apart.
 TEST(Peers, FilesAnalyzedTogetherAreTheirMergecapMerge) {
-  SKIP_WITHOUT_PEERS();
+  SKIP_WITHOUT_ALL_PEERS();
   ScratchDir dir;
   const std::string a = dir.File("a.pcap"), b = dir.File("b.pcap");
   std::string error;
@@ -386,8 +335,8 @@ TEST(Peers, FilesAnalyzedTogetherAreTheirMergecapMerge) {
 // does, summed over the places it stands in tshark's tree, on captures
 // without tunnels (whose inner layers the decoder does not report).
 TEST(Peers, TheProtocolHierarchyCountsWhatTsharksIoPhsCounts) {
-  SKIP_WITHOUT_PEERS();
-  if (!fs::is_directory(CapturesRoot())) GTEST_SKIP() << CapturesRoot() << " is absent: no third-party captures";
+  SKIP_WITHOUT_ALL_PEERS();
+  SKIP_WITHOUT_SHARED_CAPTURES();
   const std::map<std::string, std::string> names = {{"eth", "Ethernet II"}, {"ip", "IPv4"}, {"ipv6", "IPv6"},
                                                     {"tcp", "TCP"},         {"udp", "UDP"}, {"arp", "ARP"},
                                                     {"icmp", "ICMP"},       {"icmpv6", "ICMPv6"}};

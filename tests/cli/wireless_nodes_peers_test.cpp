@@ -21,9 +21,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <sstream>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -38,14 +36,6 @@ using namespace zemo::testing_cli;
 namespace fs = std::filesystem;
 
 constexpr int kWirelessLinks[] = {105, 119, 127, 163, 192};
-
-std::vector<std::string> Cells(const std::string& line, size_t count) {
-  std::vector<std::string> cells;
-  std::stringstream in(line);
-  for (std::string cell; std::getline(in, cell, '\t');) cells.push_back(cell);
-  cells.resize(count);
-  return cells;
-}
 
 // tshark writes a name's bytes in hexadecimal; a text that is not (an older
 // tshark's) stands as it is.
@@ -73,13 +63,9 @@ struct Peer {
 
 Peer FromTshark(const std::string& path) {
   Peer p;
-  const std::string fields =
-      Output("tshark -n -r " + Quote(path) +
-             " -T fields -E separator=/t -e wlan.ta -e wlan.ra -e wlan.bssid -e wlan.fc.type_subtype -e wlan.ssid"
-             " -e wlan.rsn.version -e wlan.wfa.ie.wpa.version -e wlan.fixed.capabilities.privacy");
-  std::stringstream lines(fields);
-  for (std::string line; std::getline(lines, line);) {
-    const std::vector<std::string> c = Cells(line, 8);
+  for (const std::vector<std::string>& c :
+       TsharkFields(path, {"wlan.ta", "wlan.ra", "wlan.bssid", "wlan.fc.type_subtype", "wlan.ssid", "wlan.rsn.version",
+                           "wlan.wfa.ie.wpa.version", "wlan.fixed.capabilities.privacy"})) {
     if (!c[0].empty()) p.sent[c[0]] += 1;
     if (!c[1].empty()) p.received[c[1]] += 1;
     const long subtype = std::strtol(c[3].c_str(), nullptr, 0);
@@ -97,82 +83,59 @@ Peer FromTshark(const std::string& path) {
 }
 
 TEST(Peers, AccessPointsStationsAndNetworksOfEvery80211CaptureAgainstTshark) {
-  const fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: the shared captures are not in this clone";
-  if (Output("command -v tshark").empty()) {
-    if (std::getenv("ZEMO_REQUIRE_PEERS")) FAIL() << "tshark is not installed (scripts/setup.sh tshark installs it)";
-    GTEST_SKIP() << "tshark is not installed";
-  }
-  std::vector<std::string> captures;
-  for (const auto& entry : fs::recursive_directory_iterator(root)) {
-    if (!entry.is_regular_file()) continue;
-    std::string error;
-    auto source = zemo::cli::CaptureSource::OpenFile(entry.path().string(), &error);
-    if (source && std::count(std::begin(kWirelessLinks), std::end(kWirelessLinks), source->LinkType()))
-      captures.push_back(entry.path().string());
-  }
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  SKIP_WITHOUT_PEERS("tshark");
+  const std::vector<std::string> captures =
+      SharedCaptures(std::vector<int>(std::begin(kWirelessLinks), std::end(kWirelessLinks)));
   ASSERT_FALSE(captures.empty());
-
-  std::atomic<size_t> next{0}, nodes{0};
-  std::mutex lock;
-  std::vector<std::string> faults;
-  auto work = [&] {
-    for (size_t i; (i = next++) < captures.size();) {
-      const std::string& path = captures[i];
-      const RunResult run = RunZemostats({"analyze", "--json", "--threads", "1", path});
-      json doc = json::parse(run.out, nullptr, false);
-      std::ostringstream why;
-      if (doc.is_discarded() || !doc.contains("report")) {
-        why << " no report in zemostats's document (exit " << run.exitCode << ")";
-      } else {
-        // A capture without access points and stations has no such tables.
-        const json none = {{"rows", json::array()}};
-        const json& report = doc["report"];
-        const json& aps = report.contains("access_points") ? report["access_points"] : none;
-        const json& stations = report.contains("stations") ? report["stations"] : none;
-        const Peer peer = FromTshark(path);
-        auto counts = [&](const std::string& address, uint64_t sent, uint64_t received) {
-          const auto s = peer.sent.find(address), r = peer.received.find(address);
-          const uint64_t ts = s == peer.sent.end() ? 0 : s->second, tr = r == peer.received.end() ? 0 : r->second;
-          if (ts != sent || tr != received)
-            why << " " << address << ": sent " << sent << " (tshark " << ts << "), received " << received
-                << " (tshark " << tr << ");";
-          ++nodes;
-        };
-        for (const json& row : aps["rows"]) {
-          const std::string bssid = row["bssid"];
-          counts(bssid, row["packets_sent"], row["packets_received"]);
-          const auto name = peer.name.find(bssid);
-          const json& network = row["network"];
-          const std::string mine = network.is_null() ? "" : network.get<std::string>();
-          const std::string theirs = name == peer.name.end() ? "" : name->second;
-          if (mine != theirs) why << " " << bssid << ": network \"" << mine << "\" (tshark \"" << theirs << "\");";
-          const auto announced = peer.protection.find(bssid);
-          const std::string expected =
-              announced == peer.protection.end() ? "-" : zemo::cli::ProtectionText(announced->second);
-          const std::string protection = row["protection"];
-          if (expected != protection) why << " " << bssid << ": protection " << protection << " (tshark " << expected << ");";
-        }
-        uint64_t roams = 0, events = 0;
-        for (const json& row : stations["rows"]) {
-          counts(row["address"], row["packets_sent"],
-                 row["packets_received"]);
-          roams += row["roams"].get<uint64_t>();
-        }
-        if (doc.contains("events"))
-          for (const json& e : doc["events"]) events += e.value("kind", "") == "roam";
-        if (roams != events) why << " " << events << " roaming events for " << roams << " roams;";
+  std::atomic<size_t> nodes{0};
+  CheckEachFile(captures, [&](size_t, const std::string& path) {
+    const RunResult run = RunZemostats({"analyze", "--json", "--threads", "1", path});
+    json doc = json::parse(run.out, nullptr, false);
+    std::ostringstream why;
+    if (doc.is_discarded() || !doc.contains("report")) {
+      why << " no report in zemostats's document (exit " << run.exitCode << ")";
+    } else {
+      // A capture without access points and stations has no such tables.
+      const json none = {{"rows", json::array()}};
+      const json& report = doc["report"];
+      const json& aps = report.contains("access_points") ? report["access_points"] : none;
+      const json& stations = report.contains("stations") ? report["stations"] : none;
+      const Peer peer = FromTshark(path);
+      auto counts = [&](const std::string& address, uint64_t sent, uint64_t received) {
+        const auto s = peer.sent.find(address), r = peer.received.find(address);
+        const uint64_t ts = s == peer.sent.end() ? 0 : s->second, tr = r == peer.received.end() ? 0 : r->second;
+        if (ts != sent || tr != received)
+          why << " " << address << ": sent " << sent << " (tshark " << ts << "), received " << received
+              << " (tshark " << tr << ");";
+        ++nodes;
+      };
+      for (const json& row : aps["rows"]) {
+        const std::string bssid = row["bssid"];
+        counts(bssid, row["packets_sent"], row["packets_received"]);
+        const auto name = peer.name.find(bssid);
+        const json& network = row["network"];
+        const std::string mine = network.is_null() ? "" : network.get<std::string>();
+        const std::string theirs = name == peer.name.end() ? "" : name->second;
+        if (mine != theirs) why << " " << bssid << ": network \"" << mine << "\" (tshark \"" << theirs << "\");";
+        const auto announced = peer.protection.find(bssid);
+        const std::string expected =
+            announced == peer.protection.end() ? "-" : zemo::cli::ProtectionText(announced->second);
+        const std::string protection = row["protection"];
+        if (expected != protection) why << " " << bssid << ": protection " << protection << " (tshark " << expected << ");";
       }
-      if (!why.str().empty()) {
-        std::lock_guard<std::mutex> hold(lock);
-        faults.push_back(path + ":" + why.str());
+      uint64_t roams = 0, events = 0;
+      for (const json& row : stations["rows"]) {
+        counts(row["address"], row["packets_sent"],
+               row["packets_received"]);
+        roams += row["roams"].get<uint64_t>();
       }
+      if (doc.contains("events"))
+        for (const json& e : doc["events"]) events += e.value("kind", "") == "roam";
+      if (roams != events) why << " " << events << " roaming events for " << roams << " roams;";
     }
-  };
-  std::thread helper(work);
-  work();
-  helper.join();
-  for (const std::string& f : faults) ADD_FAILURE() << f.substr(0, 2000);
+    return why.str();
+  });
   std::printf("compared %zu nodes of %zu 802.11 captures against tshark\n", nodes.load(), captures.size());
 }
 

@@ -17,16 +17,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <sstream>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -41,14 +38,6 @@ namespace fs = std::filesystem;
 
 constexpr int kPrism = 119;
 constexpr int kRadioLinks[] = {kPrism, 127, 163, 192};
-
-std::vector<std::string> Cells(const std::string& line) {
-  std::vector<std::string> cells;
-  std::stringstream in(line);
-  for (std::string cell; std::getline(in, cell, '\t');) cells.push_back(cell);
-  cells.resize(7);
-  return cells;
-}
 
 // The first of a field's values ("-38,-38,-44"), if any.
 std::optional<long> First(const std::string& cell) {
@@ -74,13 +63,9 @@ struct Figures {
 
 Figures FromTshark(const std::string& path) {
   Figures f;
-  const std::string fields = Output("tshark -n -r " + Quote(path) +
-                                    " -T fields -E separator=/t -e frame.len -e radiotap.channel.freq "
-                                    "-e wlan_radio.frequency -e wlan_radio.channel -e wlan_radio.data_rate "
-                                    "-e radiotap.dbm_antsignal -e wlan_radio.signal_dbm");
-  std::stringstream lines(fields);
-  for (std::string line; std::getline(lines, line);) {
-    const std::vector<std::string> c = Cells(line);
+  for (const std::vector<std::string>& c :
+       TsharkFields(path, {"frame.len", "radiotap.channel.freq", "wlan_radio.frequency", "wlan_radio.channel",
+                           "wlan_radio.data_rate", "radiotap.dbm_antsignal", "wlan_radio.signal_dbm"})) {
     const auto frequency = First(c[1]) ? First(c[1]) : First(c[2]);
     const std::string key = frequency ? "F" + std::to_string(*frequency)
                                       : First(c[3]) ? "C" + std::to_string(*First(c[3])) : "-";
@@ -117,70 +102,38 @@ Figures FromZemostats(const json& doc, const Figures& peer) {
 }
 
 TEST(Peers, ChannelsAndDataRatesOfEvery80211CaptureAgainstTshark) {
-  const fs::path root = fs::path(ZEMO_SHARED_DIR) / "captures";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent: the shared captures are not in this clone";
-  if (Output("command -v tshark").empty()) {
-    if (std::getenv("ZEMO_REQUIRE_PEERS")) FAIL() << "tshark is not installed (scripts/setup.sh tshark installs it)";
-    GTEST_SKIP() << "tshark is not installed";
-  }
-  struct Capture {
-    std::string path;
-    int linkType;
-  };
-  std::vector<Capture> captures;
-  for (const auto& entry : fs::recursive_directory_iterator(root)) {
-    if (!entry.is_regular_file()) continue;
-    std::string error;
-    auto source = zemo::cli::CaptureSource::OpenFile(entry.path().string(), &error);
-    if (source && std::count(std::begin(kRadioLinks), std::end(kRadioLinks), source->LinkType()))
-      captures.push_back({entry.path().string(), source->LinkType()});
-  }
+  SKIP_WITHOUT_SHARED_CAPTURES();
+  SKIP_WITHOUT_PEERS("tshark");
+  const std::vector<std::string> captures = SharedCaptures(std::vector<int>(std::begin(kRadioLinks), std::end(kRadioLinks)));
   ASSERT_FALSE(captures.empty());
-
-  std::atomic<size_t> next{0};
-  std::mutex lock;
-  std::vector<std::string> faults;
-  auto work = [&] {
-    for (size_t i; (i = next++) < captures.size();) {
-      const Capture& c = captures[i];
-      const RunResult run = RunZemostats({"analyze", "--json", "--threads", "1", c.path});
-      std::string fault;
-      json doc = json::parse(run.out, nullptr, false);
-      if (doc.is_discarded() || !doc["report"].contains("channels")) {
-        fault = "no channels in zemostats's document (exit " + std::to_string(run.exitCode) + ")";
-      } else {
-        const Figures peer = FromTshark(c.path), mine = FromZemostats(doc, peer);
-        std::ostringstream why;
-        for (const auto& [key, g] : peer.channels) {
-          const auto found = mine.channels.find(key);
-          const Group z = found == mine.channels.end() ? Group{} : found->second;
-          if (z.packets != g.packets || z.bytes != g.bytes)
-            why << " channel " << key << ": packets " << z.packets << " (tshark " << g.packets << "), bytes " << z.bytes
-                << " (tshark " << g.bytes << ");";
-          if (c.linkType != kPrism && (z.minSignal != g.minSignal || z.maxSignal != g.maxSignal))
-            why << " channel " << key << ": signal " << z.minSignal.value_or(0) << " to " << z.maxSignal.value_or(0)
-                << " dBm (tshark " << g.minSignal.value_or(0) << " to " << g.maxSignal.value_or(0) << ");";
-        }
-        for (const auto& [key, g] : mine.channels)
-          if (!peer.channels.count(key)) why << " channel " << key << " that tshark does not have;";
-        if (mine.rates != peer.rates) {
-          why << " rates (half Mbit/s: packets):";
-          for (const auto& [r, n] : mine.rates) why << " " << r << ":" << n;
-          why << "; tshark's:";
-          for (const auto& [r, n] : peer.rates) why << " " << r << ":" << n;
-        }
-        fault = why.str();
-      }
-      if (!fault.empty()) {
-        std::lock_guard<std::mutex> hold(lock);
-        faults.push_back(c.path + ":" + fault);
-      }
+  CheckEachFile(captures, [](size_t, const std::string& path) {
+    const RunResult run = RunZemostats({"analyze", "--json", "--threads", "1", path});
+    json doc = json::parse(run.out, nullptr, false);
+    if (doc.is_discarded() || !doc["report"].contains("channels"))
+      return "no channels in zemostats's document (exit " + std::to_string(run.exitCode) + ")";
+    const bool prism = LinkTypeOf(path) == kPrism;
+    const Figures peer = FromTshark(path), mine = FromZemostats(doc, peer);
+    std::ostringstream why;
+    for (const auto& [key, g] : peer.channels) {
+      const auto found = mine.channels.find(key);
+      const Group z = found == mine.channels.end() ? Group{} : found->second;
+      if (z.packets != g.packets || z.bytes != g.bytes)
+        why << " channel " << key << ": packets " << z.packets << " (tshark " << g.packets << "), bytes " << z.bytes
+            << " (tshark " << g.bytes << ");";
+      if (!prism && (z.minSignal != g.minSignal || z.maxSignal != g.maxSignal))
+        why << " channel " << key << ": signal " << z.minSignal.value_or(0) << " to " << z.maxSignal.value_or(0)
+            << " dBm (tshark " << g.minSignal.value_or(0) << " to " << g.maxSignal.value_or(0) << ");";
     }
-  };
-  std::thread helper(work);
-  work();
-  helper.join();
-  for (const std::string& f : faults) ADD_FAILURE() << f;
+    for (const auto& [key, g] : mine.channels)
+      if (!peer.channels.count(key)) why << " channel " << key << " that tshark does not have;";
+    if (mine.rates != peer.rates) {
+      why << " rates (half Mbit/s: packets):";
+      for (const auto& [r, n] : mine.rates) why << " " << r << ":" << n;
+      why << "; tshark's:";
+      for (const auto& [r, n] : peer.rates) why << " " << r << ":" << n;
+    }
+    return why.str();
+  });
   std::printf("compared %zu 802.11 captures with radio headers against tshark\n", captures.size());
 }
 

@@ -13,6 +13,7 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/strings.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -25,7 +26,6 @@ class ContextCollectionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_ZemoStatsContextCollection, nullptr, CLSCTX_ALL,
                                      IID_IZemoStatsContextCollection, m_list.OutVoid()));
   }
@@ -188,9 +188,7 @@ TEST_F(ContextCollectionTest, FailuresLeaveTheListAsTheRulesSay) {
   size_t at = text.find("</stats-contexts>");
   ASSERT_NE(std::string::npos, at);
   text.insert(at, "<note/><context><statscontext><props/></statscontext></context>");
-  auto broken = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  ASSERT_EQ(S_OK, broken->loadXML(CBstr(FromUtf8(text)).Get(), &ok));
+  auto broken = testing_support::ParseXml(text);
   ASSERT_EQ(S_OK, m_list->RemoveAllContexts());
   EXPECT_EQ(E_FAIL, persist->Load(broken.Get(), broken.Get()));
   ASSERT_EQ(1, Count());

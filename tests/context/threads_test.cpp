@@ -29,6 +29,7 @@
 #include "platform/stream.h"
 #include "summary/summary_interfaces.h"
 #include "summary/summary_items.h"
+#include "support/table_cells.h"
 #include "tables/conversation_stats.h"
 #include "tables/limit_interfaces.h"
 #include "tables/node_stats.h"
@@ -114,27 +115,11 @@ std::vector<ComPtr<IZemoStats>> Statistics(IZemoStatsContext* context) {
 
 // A result table as text, a line per row.
 std::string TableText(IUnknown* object) {
-  ComPtr<IDataTable> table;
-  if (auto selectable = As<ISelectableObject>(object)) {
-    EXPECT_EQ(S_OK, selectable->GetTable(table.ReleaseAndGetAddressOf()));
-  }
-  if (!table) return "no table";
-  ComPtr<IDataColumns> columns;
-  ComPtr<IDataRows> rows;
-  LONG width = 0, height = 0;
-  table->GetColumns(columns.ReleaseAndGetAddressOf());
-  table->GetRows(rows.ReleaseAndGetAddressOf());
-  columns->GetCount(&width);
-  rows->GetCount(&height);
+  auto selectable = As<ISelectableObject>(object);
+  if (!selectable) return "no table";
   std::string text;
-  for (LONG r = 0; r < height; ++r) {
-    ComPtr<IDataRow> row;
-    rows->GetRow(r, row.ReleaseAndGetAddressOf());
-    for (LONG c = 0; c < width; ++c) {
-      CVariant cell;
-      row->GetValue(c, &cell);
-      text += (cell.vt == VT_EMPTY ? std::string("-") : ToUtf8(XmlText(cell))) + "\t";
-    }
+  for (const auto& row : testing_support::ReadTable(selectable.Get()).rows) {
+    for (const CVariant& cell : row) text += (cell.vt == VT_EMPTY ? std::string("-") : ToUtf8(XmlText(cell))) + "\t";
     text += "\n";
   }
   return text;

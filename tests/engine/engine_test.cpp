@@ -2,10 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/adapter_info.h"
+#include "engine/address_book.h"
 #include "engine/expert_stats.h"
+#include "engine/id_list.h"
+#include "engine/media_utils.h"
+#include "engine/notify_sink.h"
+#include "engine/proto_specs.h"
+#include "engine/site.h"
 #include "frame/engine_interfaces.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
+#include "platform/strings.h"
 
 namespace {
 
@@ -21,6 +29,13 @@ const Expected kClasses[] = {
     {u"ZemoUtil.SimplePropBag", CLSID_ZemoSimplePropBag, IPropertyBag::iid},
     {u"ZemoUtil.DataTable", CLSID_ZemoDataTable, IDataTable::iid},
     {u"korvant.ExpertStats", CLSID_KorvantExpertStats, IUpdateSummaryStats::iid},
+    {u"ZemoCore.ProtoSpecs", CLSID_ZemoProtoSpecs, IProtoSpecs::iid},
+    {u"ZemoCore.MediaUtils", CLSID_ZemoMediaUtils, IMediaUtils::iid},
+    {u"ZemoEngine.AdapterInfo", CLSID_ZemoAdapterInfo, IAdapterInfo::iid},
+    {u"ZemoEngine.NotifySink", CLSID_ZemoNotifySink, INotify::iid},
+    {u"ZemoEngine.Site", CLSID_ZemoSite, IServiceProvider::iid},
+    {u"ZemoEngine.AddressBook", CLSID_ZemoAddressBook, INameTable::iid},
+    {u"ZemoEngine.IdList", CLSID_ZemoIdList, IIdList::iid},
 };
 
 // Creation as the statistics do it: program identifier, then the class.
@@ -39,6 +54,7 @@ TEST(EngineRegistration, ClassesAreCreatableByProgIdUntilUnregistered) {
   EXPECT_EQ(live, zemo::ModuleCount::Get());
 
   for (const Expected& c : kClasses) {
+    SCOPED_TRACE(zemo::ToUtf8(c.progId));
     CLSID clsid;
     ASSERT_EQ(S_OK, CLSIDFromProgID(c.progId, &clsid));
     EXPECT_EQ(c.clsid, clsid);

@@ -9,16 +9,12 @@
 #include "frame/xml_persist.h"
 #include "platform/stream.h"
 #include "summary/summary_stats_snapshot.h"
+#include "support/frame_bytes.h"
 
 namespace zemo {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
+using namespace testing_support;
 
 const Bytes kEthernetIpv4 = Bytes(12, 0x02) + Bytes{0x08, 0x00};
 

@@ -7,6 +7,7 @@
 
 #include "engine/proto_specs.h"
 #include "engine/spec_values.h"
+#include "support/frame_bytes.h"
 
 namespace {
 
@@ -16,14 +17,7 @@ using zemo::PacketAddress;
 namespace link = zemo::link;
 namespace proto = zemo::proto;
 namespace specs = zemo::specs;
-using Bytes = std::vector<uint8_t>;
-
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-Bytes Be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
-Bytes Zeros(size_t n) { return Bytes(n, 0); }
+using namespace zemo::testing_support;
 
 const Bytes kMacA = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
 const Bytes kMacB = {0x00, 0x66, 0x77, 0x88, 0x99, 0xAA};

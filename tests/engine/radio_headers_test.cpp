@@ -8,20 +8,12 @@
 #include "engine/ieee80211_header.h"
 #include "engine/proto_specs.h"
 #include "engine/radio_reading.h"
+#include "support/frame_bytes.h"
 
 namespace zemo {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-Bytes Le16(uint16_t v) { return {uint8_t(v), uint8_t(v >> 8)}; }
-Bytes Le32(uint32_t v) { return Le16(uint16_t(v)) + Le16(uint16_t(v >> 16)); }
-Bytes Be32(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
-Bytes Zeros(size_t n) { return Bytes(n, 0); }
+using namespace testing_support;
 
 // A radiotap header of these presence words and field bytes, its length filled in.
 Bytes Radiotap(const std::vector<uint32_t>& words, const Bytes& fields) {

@@ -241,35 +241,4 @@ TEST(EngineSite, AnswersPropertiesThroughTheContextInTheTypeAsked) {
   EXPECT_EQ(S_OK, properties->ReadProperties(0, nullptr, nullptr));
 }
 
-TEST(EngineSupportRegistration, ModuleFacingClassesAreCreatableByProgId) {
-  struct Expected {
-    const char16_t* progId;
-    IID iid;
-  };
-  const Expected classes[] = {
-      {u"ZemoCore.ProtoSpecs", IProtoSpecs::iid},      {u"ZemoCore.MediaUtils", IMediaUtils::iid},
-      {u"ZemoEngine.AdapterInfo", IAdapterInfo::iid},  {u"ZemoEngine.NotifySink", INotify::iid},
-      {u"ZemoEngine.Site", IServiceProvider::iid},     {u"ZemoEngine.AddressBook", INameTable::iid},
-      {u"ZemoEngine.IdList", IIdList::iid},
-  };
-  ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
-  for (const Expected& c : classes) {
-    CLSID clsid;
-    ASSERT_EQ(S_OK, CLSIDFromProgID(c.progId, &clsid)) << zemo::ToUtf8(c.progId);
-    ComPtr<IUnknown> obj;
-    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, 0x17, c.iid, obj.OutVoid()));
-    EXPECT_TRUE(obj);
-  }
-  // What the statistics do with the two they create.
-  CLSID clsid;
-  ASSERT_EQ(S_OK, CLSIDFromProgID(u"ZemoCore.MediaUtils", &clsid));
-  ComPtr<IMediaUtils> utils;
-  ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, 0x17, IMediaUtils::iid, utils.OutVoid()));
-  MediaSpec tcp = specs::Protocol(zemo::proto::kTcp);
-  zemo::CBstr text;
-  ASSERT_EQ(S_OK, utils->SpecToString(&tcp, text.Out()));
-  EXPECT_EQ(u"TCP", text.View());
-  EXPECT_EQ(S_OK, zemo::UnregisterEngineClasses());
-}
-
 }  // namespace

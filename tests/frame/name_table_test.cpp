@@ -56,7 +56,6 @@ HRESULT CreateRefused(IUnknown*, REFIID, void** out) {
 std::u16string Text(const WCHAR* name) { return std::u16string(name, std::char_traits<char16_t>::length(name)); }
 
 TEST(NameTable, NamesComeFromTheBookElseFromTheHostsText) {
-  ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
   auto book = zemo::AddressBook::Create();
   const MediaSpec router = specs::Ipv4(10, 0, 0, 1), stranger = specs::Ipv4(10, 0, 0, 2);
   ZemoNameTableEntry stored{};

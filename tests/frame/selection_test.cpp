@@ -118,8 +118,6 @@ TEST(Selection, AFoundObjectEndsThePathOrWalksOn) {
 
 class MakeTableTest : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(S_OK, zemo::RegisterEngineClasses()); }
-
   static std::vector<std::pair<std::u16string, VARTYPE>> Columns(IDataTable* table) {
     ComPtr<IDataColumns> cols;
     EXPECT_EQ(S_OK, table->GetColumns(cols.ReleaseAndGetAddressOf()));

@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <tuple>
@@ -11,6 +10,8 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/object.h"
+#include "support/scratch_dir.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -93,19 +94,11 @@ std::string TempPath(const char* name) {
   return ::testing::TempDir() + "xml_persist_" + std::to_string(getpid()) + "_" + name;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using zemo::testing_support::ReadFile;
 
 void WriteFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
-ComPtr<IXMLDOMDocument> Parse(const std::string& utf8) {
-  auto doc = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  EXPECT_EQ(S_OK, doc->loadXML(CBstr(FromUtf8(utf8)).Get(), &ok)) << utf8;
-  return doc;
-}
+using zemo::testing_support::ParseXml;
 
 ComPtr<IXMLDOMElement> Root(IXMLDOMDocument* doc) {
   ComPtr<IXMLDOMElement> root;
@@ -252,7 +245,7 @@ TEST_F(XmlPersist, NestedObjectHelpersCheckArgumentsAndInterfaces) {
   EXPECT_EQ(7u, back->m_count);
   EXPECT_EQ(u"seven", back->m_text);
   // Under a node that lacks the element the load fails.
-  auto other = Parse("<r/>");
+  auto other = ParseXml("<r/>");
   EXPECT_EQ(E_FAIL, LoadObjectFromXml(back->GetUnknown(), other.Get(), Root(other.Get()).Get()));
   EXPECT_EQ(REGDB_E_CLASSNOTREG, Boundary([&] { ClassElementName(CLSID_NotRegistered); }));
 }
@@ -472,7 +465,7 @@ TEST_F(XmlPersist, PropertyListOfEveryValueTypeRoundTripsThroughAFile) {
 
 TEST_F(XmlPersist, LoadingAPropertyListChecksMandatoryItems) {
   auto load = [](const std::string& body) {
-    auto doc = Parse("<props>" + body + "</props>");
+    auto doc = ParseXml("<props>" + body + "</props>");
     PropertyList list;
     return Boundary([&] { LoadPropertyList(Root(doc.Get()).Get(), list); });
   };
@@ -494,7 +487,7 @@ TEST_F(XmlPersist, LoadingAPropertyListChecksMandatoryItems) {
 }
 
 TEST_F(XmlPersist, LoadingAPropertyListToleratesWhatItDoesNotKnow) {
-  auto doc = Parse(
+  auto doc = ParseXml(
       "<props>"
       "<PROP Name='ignored' name='Count' type='19'>5</PROP>"
       "<Obj name='Gone' clsid='{7E57C1A5-0000-4000-8000-0000000000FF}'/>"

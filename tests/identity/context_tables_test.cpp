@@ -121,11 +121,8 @@ TEST_F(ContextTables, ResetEmptiesBothTablesAndIdentifiersStartOver) {
   for (auto reset : {+[](StatsContext* c) { return c->ResetContext(false); },
                      +[](StatsContext* c) { return static_cast<IZemoStatsContext*>(c)->Reset(); }}) {
     ASSERT_EQ(S_OK, reset(context.Get()));
-    ULONG n = 9;
-    EXPECT_EQ(S_OK, entities->GetCount(0, &n));
-    EXPECT_EQ(0u, n);
-    EXPECT_EQ(S_OK, tuples->GetCount(0, &n));
-    EXPECT_EQ(0u, n);
+    EXPECT_EQ(0u, Count(entities.Get()));
+    EXPECT_EQ(0u, Count(tuples.Get()));
     EXPECT_EQ(a, Add(entities.Get(), Ip(2)));  // the next address gets the first identifier
     EXPECT_EQ(0x20000000u, AddTuple(tuples.Get(), a, a, a));
   }

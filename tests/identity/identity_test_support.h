@@ -15,6 +15,7 @@
 #include "platform/class_store.h"
 #include "platform/clock.h"
 #include "platform/stream.h"
+#include "support/stream_bytes.h"
 
 namespace identity_test {
 
@@ -34,6 +35,14 @@ inline ULONG Add(IEntityTable* table, const MediaSpec& spec) {
   ULONG id = 0;
   EXPECT_EQ(S_OK, table->FindOrAdd(&spec, 1, &id));
   return id;
+}
+
+// The entities or tuples of a table, of one type (0: all).
+template <class Table>
+ULONG Count(Table* table, ULONG type = 0) {
+  ULONG n = 0;
+  EXPECT_EQ(S_OK, table->GetCount(type, &n));
+  return n;
 }
 
 inline ULONG AddTuple(ITupleTable* table, ULONG source, ULONG destination, ULONG protocol) {
@@ -62,19 +71,8 @@ inline MediaSpec Valueless(uint8_t type) {
   return s;
 }
 
-// A delta save (since 0: the full save) as bytes.
-inline std::vector<uint8_t> SavedBytes(IUnknown* table, ZemoTime since = 0) {
-  ComPtr<ISaveStreamDeltas> deltas;
-  EXPECT_EQ(S_OK, zemo::QueryTo(table, &deltas));
-  auto stream = zemo::CreateMemoryStream();
-  EXPECT_EQ(S_OK, deltas->SaveDeltas(stream.Get(), &since));
-  return zemo::MemoryStreamBytes(stream.Get());
-}
-
-inline HRESULT LoadBytes(IUnknown* table, const std::vector<uint8_t>& bytes) {
-  auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
-  return zemo::LoadObjectFromStream(table, stream.Get());
-}
+using zemo::testing_support::DeltaBytes;
+using zemo::testing_support::LoadStreamBytes;
 
 // Little-endian stream bytes put together by hand.
 class Bytes {

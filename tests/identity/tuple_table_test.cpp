@@ -11,6 +11,7 @@
 #include "frame/selection.h"
 #include "frame/xml_persist.h"
 #include "identity_test_support.h"
+#include "support/xml_text.h"
 
 namespace {
 
@@ -19,12 +20,6 @@ using zemo::specs::Make;
 namespace proto = zemo::proto;
 
 constexpr ULONG kAny = 0xFFFFFFFFu;
-
-ULONG Count(ITupleTable* table, ULONG type = 0) {
-  ULONG n = 0;
-  EXPECT_EQ(S_OK, table->GetCount(type, &n));
-  return n;
-}
 
 TupleRecord Tuple(ITupleTable* table, ULONG id) {
   TupleRecord r{};
@@ -246,7 +241,7 @@ TEST_F(TupleTableTest, StreamLayoutAndTheOlderHeaderlessForm) {
   expected.Put<ULONG>(1).Put(m_macA).Put(m_macB).Put(m_tcp).Put<ULONG>(0);
   expected.Put<ULONG>(1).Put(m_ipA).Put(m_ipB).Put(m_tcp);
   for (int i = 3; i < 9; ++i) expected.Put<ULONG>(0);
-  EXPECT_EQ(expected.Get(), SavedBytes(m_tuples.Get()));
+  EXPECT_EQ(expected.Get(), DeltaBytes(m_tuples.Get()));
 
   // Anything but the magic is the headerless form of seven sub-tables, from its first byte.
   Bytes old;
@@ -254,13 +249,13 @@ TEST_F(TupleTableTest, StreamLayoutAndTheOlderHeaderlessForm) {
   old.Put<ULONG>(0).Put<ULONG>(1).Put(m_ipC).Put(m_ipA).Put(m_dns);
   for (int i = 3; i < 7; ++i) old.Put<ULONG>(0);
   auto table = NewTupleTable(m_entities.Get());
-  ASSERT_EQ(S_OK, LoadBytes(table.Get(), old.Get()));
+  ASSERT_EQ(S_OK, LoadStreamBytes(table.Get(), old.Get()));
   EXPECT_EQ(3u, Count(table.Get()));
   EXPECT_EQ(m_udp, Tuple(table.Get(), 0x00000001).fProtocol);
   EXPECT_EQ(m_dns, Tuple(table.Get(), 0x20000000).fProtocol);
 
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), Bytes().Raw({0x66, 0x69, 0x00, 0x03}).Get()));
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), Bytes().Raw({0x66}).Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), Bytes().Raw({0x66, 0x69, 0x00, 0x03}).Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), Bytes().Raw({0x66}).Get()));
 }
 
 TEST_F(TupleTableTest, StreamTriplesGoToTheSubTableBeingRead) {
@@ -269,7 +264,7 @@ TEST_F(TupleTableTest, StreamTriplesGoToTheSubTableBeingRead) {
   b.Raw({0x66, 0x69, 0x00, 0x02}).Put<ULONG>(1).Put(m_ipA).Put(m_ipB).Put(m_tcp);
   for (int i = 1; i < 9; ++i) b.Put<ULONG>(0);
   auto table = NewTupleTable(m_entities.Get());
-  ASSERT_EQ(S_OK, LoadBytes(table.Get(), b.Get()));
+  ASSERT_EQ(S_OK, LoadStreamBytes(table.Get(), b.Get()));
   EXPECT_EQ(m_ipA, Tuple(table.Get(), 0x00000000).fSource);
   EXPECT_EQ(0u, Count(table.Get(), 21));
 }
@@ -278,23 +273,23 @@ TEST_F(TupleTableTest, DeltaBehindEveryTupleHasNineEmptyCountsAndDeltasReplayInO
   FixedClock clock(1000);
   for (ULONG p : {m_tcp, m_udp, m_http}) AddTuple(m_tuples.Get(), m_ipA, m_ipB, p);
   AddTuple(m_tuples.Get(), m_macA, m_macB, m_tcp);
-  auto full = SavedBytes(m_tuples.Get());
+  auto full = DeltaBytes(m_tuples.Get());
   EXPECT_EQ(Bytes().Raw({0x66, 0x69, 0x00, 0x02}).Put<ULONG>(0).Put<ULONG>(0).Put<ULONG>(0).Put<ULONG>(0)
                 .Put<ULONG>(0).Put<ULONG>(0).Put<ULONG>(0).Put<ULONG>(0).Put<ULONG>(0).Get(),
-            SavedBytes(m_tuples.Get(), 1001));
+            DeltaBytes(m_tuples.Get(), 1001));
   clock.Set(2000);
   for (uint32_t i = 0; i < 300; ++i) AddTuple(m_tuples.Get(), m_ipB, Add(m_entities.Get(), Ip(0xAC100000 + i)), m_udp);
   AddTuple(m_tuples.Get(), m_ipA, m_ipB, m_tcp);  // a hit: not in the delta
   AddTuple(m_tuples.Get(), m_macB, m_macA, m_dns);
-  auto delta = SavedBytes(m_tuples.Get(), 2000);
+  auto delta = DeltaBytes(m_tuples.Get(), 2000);
   EXPECT_EQ(4u + 9 * 4 + 301 * 12, delta.size());
 
   // Entities first, then tuples: every identifier as it was.
   auto entities = NewEntityTable();
-  ASSERT_EQ(S_OK, LoadBytes(entities.Get(), SavedBytes(m_entities.Get())));
+  ASSERT_EQ(S_OK, LoadStreamBytes(entities.Get(), DeltaBytes(m_entities.Get())));
   auto copy = NewTupleTable(entities.Get());
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta));
   ASSERT_EQ(Count(m_tuples.Get()), Count(copy.Get()));
   for (ULONG type : {10u, 21u}) {
     ULONG id = 0;
@@ -350,16 +345,16 @@ TEST_F(TupleTableTest, TheIndexAgreesWithAChainWalkThroughLoadsAndResets) {
   for (uint32_t k = 0; k < 20000; ++k) fed.push_back(k * 13 % 7000);
   feed(m_tuples.Get(), fed);
   check(m_tuples.Get(), fed);
-  auto full = SavedBytes(m_tuples.Get());
+  auto full = DeltaBytes(m_tuples.Get());
   clock.Set(2000);
   std::vector<uint32_t> later;
   for (uint32_t k = 7000; k < 10800; ++k) later.push_back(k);
   feed(m_tuples.Get(), later);
-  auto delta = SavedBytes(m_tuples.Get(), 2000);
+  auto delta = DeltaBytes(m_tuples.Get(), 2000);
 
   auto copy = NewTupleTable(m_entities.Get());
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), full));
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), delta));
   fed.insert(fed.end(), later.begin(), later.end());
   check(copy.Get(), fed);
 
@@ -375,10 +370,10 @@ TEST_F(TupleTableTest, HostileCountsEndAtTheEndOfTheBytes) {
   Bytes ten;
   ten.Raw({0x66, 0x69, 0x00, 0x02}).Put<ULONG>(0xFFFFFFFFu).Raw({1, 2});
   ASSERT_EQ(10u, ten.Get().size());
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), ten.Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), ten.Get()));
   Bytes headless;
   headless.Put<ULONG>(0xFFFFFFFFu).Put(m_ipA).Put(m_ipB).Put(m_tcp).Raw({0, 0});
-  EXPECT_EQ(E_FAIL, LoadBytes(table.Get(), headless.Get()));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(table.Get(), headless.Get()));
   EXPECT_EQ(1u, Count(table.Get()));  // what was read stays
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
@@ -413,9 +408,7 @@ TEST_F(TupleTableTest, XmlWritesLowerCaseHexAndReadsItBack) {
 
 TEST_F(TupleTableTest, XmlReadingStopsAtTheFirstBadTuple) {
   auto parse = [](const std::u16string& body) {
-    auto doc = zemo::CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, doc->loadXML(zemo::CBstr(u"<r>" + body + u"</r>").Get(), &ok));
+    auto doc = zemo::testing_support::ParseXml(u"<r>" + body + u"</r>");
     ComPtr<IXMLDOMElement> root;
     EXPECT_EQ(S_OK, doc->get_documentElement(root.ReleaseAndGetAddressOf()));
     return std::pair{doc, root};
@@ -436,35 +429,6 @@ TEST_F(TupleTableTest, XmlReadingStopsAtTheFirstBadTuple) {
   auto table = NewTupleTable(m_entities.Get());
   auto [doc, root] = parse(u"<other/>");
   EXPECT_EQ(S_OK, zemo::LoadObjectFromXml(table.Get(), doc.Get(), root.Get()));
-}
-
-// ---- selection --------------------------------------------------------------------
-
-TEST_F(TupleTableTest, SelectionIsALeafNamedTupletable) {
-  ComPtr<ISelectableObject> sel;
-  ASSERT_EQ(S_OK, zemo::QueryTo(m_tuples.Get(), &sel));
-  EXPECT_EQ(u"tupletable", zemo::GetSelectableName(m_tuples.Get()));
-  ComPtr<IUnknown> out;
-  ASSERT_EQ(S_OK, sel->Select(nullptr, out.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(m_tuples.Query<IUnknown>().Get(), out.Get());
-  EXPECT_EQ(E_POINTER, sel->Select(nullptr, nullptr));
-  EXPECT_EQ(E_POINTER, sel->GetSelectParams(nullptr));
-  EXPECT_EQ(E_POINTER, sel->GetTable(nullptr));
-  ComPtr<IDataTable> data;
-  EXPECT_EQ(E_NOTIMPL, sel->GetTable(data.ReleaseAndGetAddressOf()));
-  CLSID clsid;
-  ASSERT_EQ(S_OK, CLSIDFromProgID(kProgIdSelectParams, &clsid));
-  ComPtr<ISelectParams> params;
-  ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, ISelectParams::iid, params.OutVoid()));
-  ASSERT_EQ(S_OK, params->AddItem(zemo::CBstr(u"x").Get(), nullptr));
-  EXPECT_EQ(E_INVALIDARG, sel->Select(params.Get(), out.ReleaseAndGetAddressOf()));
-  CLSID id;
-  ComPtr<IPersistStream> persist;
-  ASSERT_EQ(S_OK, zemo::QueryTo(m_tuples.Get(), &persist));
-  EXPECT_EQ(S_OK, persist->GetClassID(&id));
-  EXPECT_EQ(CLSID_TupleTable, id);
-  ComPtr<IPersistFile> file;
-  EXPECT_EQ(E_NOINTERFACE, m_tuples.As(&file));
 }
 
 }  // namespace

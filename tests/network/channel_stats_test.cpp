@@ -263,7 +263,7 @@ TEST_F(ChannelStatsPersistTest, TheStreamHoldsCountRecordsThenTrackers) {
   EXPECT_EQ(kT0, time1);
 
   auto copy = Create<IChannelStats>(CLSID_ChannelStats);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   EXPECT_EQ(bytes, StreamBytes(copy.Get()));
   NetworkRates a{}, b{};
   stats->GetChannelRates(2, &a);
@@ -278,7 +278,7 @@ TEST_F(ChannelStatsPersistTest, NumbersInAStreamAreTakenAsTheyStand) {
   uint32_t odd = 7;
   std::memcpy(bytes.data() + 4, &odd, 4);
   auto copy = Create<IChannelStats>(CLSID_ChannelStats);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   ChannelCounters c{};
   copy->GetChannelCounters(0, &c);
   EXPECT_EQ(7u, c.Number);
@@ -288,15 +288,15 @@ TEST_F(ChannelStatsPersistTest, AShortOrHostileStreamFailsAndKeepsTheChannels) {
   Fill();
   std::vector<uint8_t> bytes = StreamBytes(stats.Get());
   for (size_t n = 0; n < bytes.size(); ++n)
-    ASSERT_EQ(E_FAIL, LoadBytes(stats.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + n))) << n;
+    ASSERT_EQ(E_FAIL, LoadStreamBytes(stats.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + n))) << n;
   EXPECT_EQ(bytes, StreamBytes(stats.Get()));
   for (uint32_t count : {0xFFFFFFFFu, 0x80000000u, 4u}) {
     std::vector<uint8_t> hostile = bytes;
     std::memcpy(hostile.data(), &count, 4);
-    EXPECT_EQ(E_FAIL, LoadBytes(stats.Get(), hostile)) << count;
+    EXPECT_EQ(E_FAIL, LoadStreamBytes(stats.Get(), hostile)) << count;
   }
   EXPECT_EQ(3u, Count());
-  EXPECT_EQ(S_OK, LoadBytes(stats.Get(), {0, 0, 0, 0}));
+  EXPECT_EQ(S_OK, LoadStreamBytes(stats.Get(), {0, 0, 0, 0}));
   EXPECT_EQ(0u, Count());
 }
 

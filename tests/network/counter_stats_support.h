@@ -1,6 +1,6 @@
-// Support for the error, size, history and dashboard tests: the module and
-// the engine classes registered, a context on a chosen medium, streams of
-// raw bytes, and a scratch folder for text exports.
+// Support for the error, size, history and dashboard tests: the network
+// statistics' fixture with a context on a chosen medium, tables as text,
+// streams of raw bytes, and a scratch folder for text exports.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,12 +8,13 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/scratch_dir.h"
+#include "support/stream_bytes.h"
+#include "support/table_cells.h"
+#include "support/xml_text.h"
 #include "context/stats_context.h"
 #include "engine/engine.h"
 #include "engine/packet_builder.h"
@@ -23,32 +24,26 @@
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
 #include "platform/stream.h"
+#include "tests/network/network_fixture.h"
 
 #define EXPECT_FAILS(expr) EXPECT_TRUE(FAILED(expr)) << #expr
 
 namespace sized {
 
 using zemo::ComPtr;
+using zemo::testing_support::LoadStreamBytes;
+using zemo::testing_support::ParseXml;
+using zemo::testing_support::StreamBytes;
 
 // The rows of a statistic's table as "Stat=Value " pairs.
 inline std::string TableText(ISelectableObject* stats) {
-  ComPtr<IDataTable> table;
-  EXPECT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
-  if (!table) return "no table";
-  ComPtr<IDataRows> rows;
-  EXPECT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG count = 0;
-  EXPECT_EQ(S_OK, rows->GetCount(&count));
+  auto t = zemo::testing_support::ReadTable(stats);
   std::string out;
-  for (LONG i = 0; i < count; ++i) {
-    ComPtr<IDataRow> row;
-    EXPECT_EQ(S_OK, rows->GetRow(i, row.ReleaseAndGetAddressOf()));
-    zemo::CVariant stat, value;
-    EXPECT_EQ(S_OK, row->GetValue(0, &stat));
-    EXPECT_EQ(S_OK, row->GetValue(1, &value));
-    EXPECT_EQ(VT_BSTR, stat.vt);
-    EXPECT_EQ(VT_UI8, value.vt);
-    out += zemo::ToUtf8(zemo::VariantValue<std::u16string>::From(stat)) + "=" + std::to_string(value.ullVal) + " ";
+  for (const auto& row : t.rows) {
+    if (row.size() < 2) return "short row";
+    EXPECT_EQ(VT_BSTR, row[0].vt);
+    EXPECT_EQ(VT_UI8, row[1].vt);
+    out += zemo::ToUtf8(zemo::XmlText(row[0])) + "=" + std::to_string(row[1].ullVal) + " ";
   }
   return out;
 }
@@ -56,13 +51,8 @@ inline std::string TableText(ISelectableObject* stats) {
 inline constexpr ZemoTime kSec = 1000000000ull;
 inline constexpr ZemoTime kBase = 133500000000000000ull;  // on a whole second, in 2024
 
-class StatsTest : public ::testing::Test {
+class StatsTest : public zemo::testing::NetworkFixture {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
-  }
-
   static ComPtr<zemo::StatsContext> Context(ULONG type, ULONG subType = 0, ULONGLONG speed = 0) {
     auto context = zemo::StatsContext::Create();
     EXPECT_EQ(S_OK, context->SetMediaType(type));
@@ -71,34 +61,13 @@ class StatsTest : public ::testing::Test {
     return context;
   }
 
-  // The interface I of a new object of the class, created by identifier.
-  template <class I>
-  static ComPtr<I> Create(REFCLSID clsid) {
-    ComPtr<I> out;
-    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
-    return out;
-  }
-
-  // The object's IUnknown, for a class or an interface pointer.
-  template <class T>
-  static IUnknown* Unknown(T* object) {
-    if constexpr (requires { object->GetUnknown(); })
-      return object->GetUnknown();
-    else
-      return object;
-  }
-
-  template <class T>
-  static std::vector<uint8_t> Saved(T* object) {
-    auto stream = zemo::CreateMemoryStream();
-    EXPECT_EQ(S_OK, zemo::SaveObjectToStream(Unknown(object), stream.Get(), TRUE));
-    return zemo::MemoryStreamBytes(stream.Get());
-  }
-
-  template <class T>
-  static HRESULT LoadBytes(T* object, const std::vector<uint8_t>& bytes) {
-    auto stream = zemo::CreateReadOnlyStream(bytes.data(), bytes.size());
-    return zemo::LoadObjectFromStream(Unknown(object), stream.Get());
+  // A new S added to a new context on this medium, as a host sets it up.
+  template <class S>
+  ComPtr<S> InContext(REFCLSID clsid, ULONG type, ULONG subType, ULONGLONG speed) {
+    m_contexts.push_back(m_context = Context(type, subType, speed));
+    auto stats = S::Create();
+    EXPECT_EQ(S_OK, m_context->AddStats(clsid, stats.Get()));
+    return stats;
   }
 
   // The document element `root` of a new document, for XML round trips.
@@ -108,21 +77,13 @@ class StatsTest : public ::testing::Test {
     return root;
   }
 
-  static ComPtr<IXMLDOMDocument> Parse(const char* markup) {
-    ComPtr<IXMLDOMDocument> document = zemo::CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, document->loadXML(zemo::CBstr(markup).Get(), &ok));
-    return document;
-  }
-
   std::u16string File(const std::string& leaf) const { return m_dir.WideFile(leaf); }
-  static std::string Contents(const std::u16string& name) {
-    std::ifstream in(zemo::ToUtf8(name), std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
-  }
+  static std::string Contents(const std::u16string& name) { return zemo::testing_support::ReadFile(name); }
   static bool Exists(const std::u16string& name) { return std::filesystem::exists(zemo::ToUtf8(name)); }
+
+  ComPtr<zemo::StatsContext> m_context;
+  // A statistic holds its context without a reference: every context made stays alive.
+  std::vector<ComPtr<zemo::StatsContext>> m_contexts;
 
  private:
   zemo::testing_support::ScratchDir m_dir;

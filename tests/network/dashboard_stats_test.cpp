@@ -125,7 +125,7 @@ TEST_F(DashboardStatsTest, SavingAndLoadingKeepsTheRungsAndTheirSeries) {
   auto dashboard = DashboardStats::Create();
   PacketsEachSecond(dashboard.Get(), 0, 130, kSec / 2);
   ASSERT_EQ(10u, dashboard->RungCount());
-  const std::vector<uint8_t> bytes = Saved(dashboard.Get());
+  const std::vector<uint8_t> bytes = StreamBytes(dashboard.Get());
   ASSERT_GE(bytes.size(), 8u);
   EXPECT_EQ((std::vector<uint8_t>{1, 0, 0, 0, 10, 0, 0, 0}), std::vector<uint8_t>(bytes.begin(), bytes.begin() + 8));
   ULARGE_INTEGER size{};
@@ -134,9 +134,9 @@ TEST_F(DashboardStatsTest, SavingAndLoadingKeepsTheRungsAndTheirSeries) {
   EXPECT_EQ(0u, size.QuadPart);
 
   auto copy = DashboardStats::Create();
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   EXPECT_EQ(10u, copy->RungCount());
-  EXPECT_EQ(bytes, Saved(copy.Get()));
+  EXPECT_EQ(bytes, StreamBytes(copy.Get()));
   auto history = Finest(copy.Get());
   EXPECT_EQ(5, IntervalOf(history.Get()));
   EXPECT_EQ(26, CountOf(history.Get()));
@@ -155,14 +155,14 @@ TEST_F(DashboardStatsTest, SavingAndLoadingKeepsTheRungsAndTheirSeries) {
 TEST_F(DashboardStatsTest, LoadRefusesOtherVersionsAndKeepsTheRungsReadBeforeAFailure) {
   auto dashboard = DashboardStats::Create();
   PacketsEachSecond(dashboard.Get(), 0, 10);
-  std::vector<uint8_t> bytes = Saved(dashboard.Get());
+  std::vector<uint8_t> bytes = StreamBytes(dashboard.Get());
 
   auto copy = DashboardStats::Create();
   std::vector<uint8_t> v2 = bytes;
   v2[0] = 2;
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), v2));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), v2));
   EXPECT_EQ(11u, copy->RungCount());
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), {1, 0, 0}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), {1, 0, 0}));
   EXPECT_EQ(11u, copy->RungCount());
 
   // Cut inside the third history: two rungs stay; cut in the last: ten.
@@ -172,19 +172,19 @@ TEST_F(DashboardStatsTest, LoadRefusesOtherVersionsAndKeepsTheRungsReadBeforeAFa
     std::memcpy(&n, bytes.data() + third + 16, sizeof n);
     third += 20 + 8 * size_t{n};
   }
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + third + 10)));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + third + 10)));
   EXPECT_EQ(2u, copy->RungCount());
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.end() - 1)));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), std::vector<uint8_t>(bytes.begin(), bytes.end() - 1)));
   EXPECT_EQ(10u, copy->RungCount());
 
   // A count far past the rungs that follow fails at the first missing one.
   std::vector<uint8_t> many = bytes;
   many[7] = 0x7F;
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), many));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), many));
   EXPECT_EQ(11u, copy->RungCount());
 
   // No rung at all: nothing to show.
-  EXPECT_EQ(S_OK, LoadBytes(copy.Get(), {1, 0, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(S_OK, LoadStreamBytes(copy.Get(), {1, 0, 0, 0, 0, 0, 0, 0}));
   EXPECT_EQ(0u, copy->RungCount());
   ComPtr<IHistoryStats> none;
   EXPECT_EQ(E_INVALIDARG, copy->GetHistory(none.ReleaseAndGetAddressOf()));
@@ -209,7 +209,7 @@ TEST_F(DashboardStatsTest, LimitsOfLoadedRungsComeFromTheirInterval) {
   Put<ULONG>(bytes, 119);
   for (int i = 0; i < 119; ++i) Put<double>(bytes, 1.0);
   auto dashboard = DashboardStats::Create();
-  ASSERT_EQ(S_OK, LoadBytes(dashboard.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(dashboard.Get(), bytes));
   ASSERT_EQ(S_OK, dashboard->ProcessTime(kBase + 119 * 60 * kSec));
   EXPECT_EQ(1u, dashboard->RungCount());
   ASSERT_EQ(S_OK, dashboard->ProcessTime(kBase + 120 * 60 * kSec + 1));

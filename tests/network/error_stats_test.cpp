@@ -28,10 +28,7 @@ Bytes MonitorFrame(const Bytes& subvectors, const Bytes& route = {}, BYTE vector
 class ErrorStatsTest : public StatsTest {
  protected:
   ComPtr<ErrorStats> InContext(ULONG type, ULONG subType = 0) {
-    m_contexts.push_back(m_context = Context(type, subType));
-    auto stats = ErrorStats::Create();
-    EXPECT_EQ(S_OK, m_context->AddStats(CLSID_ErrorStats, stats.Get()));
-    return stats;
+    return StatsTest::InContext<ErrorStats>(CLSID_ErrorStats, type, subType, 0);
   }
 
   static std::vector<uint64_t> Counters(ErrorStats* stats) {
@@ -65,10 +62,6 @@ class ErrorStatsTest : public StatsTest {
     }
     return out;
   }
-
-  ComPtr<zemo::StatsContext> m_context;
-  // A statistic holds its context without a reference: every context made stays alive.
-  std::vector<ComPtr<zemo::StatsContext>> m_contexts;
 };
 
 TEST_F(ErrorStatsTest, CountersFollowTheMediumAndAMediumWithoutATableKeepsTheCount) {
@@ -267,29 +260,29 @@ TEST_F(ErrorStatsTest, StreamFormsTaggedAndOld) {
   for (uint64_t v : {1, 1, 0, 0, 1}) Put<uint64_t>(expected, v);
   expected.insert(expected.end(), {1, 1, 1, 1, 1});
   Put<double>(expected, 1.0);
-  EXPECT_EQ(expected, Saved(stats.Get()));
+  EXPECT_EQ(expected, StreamBytes(stats.Get()));
   ULARGE_INTEGER size{};
   EXPECT_EQ(S_OK, stats->GetSizeMax(&size));
   EXPECT_EQ(69u, size.QuadPart);
 
   // The tagged form replaces medium, count, counters and rate.
   auto copy = InContext(3);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), expected));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), expected));
   EXPECT_EQ((std::vector<uint64_t>{1, 1, 0, 0, 1}), Counters(copy.Get()));
   EXPECT_EQ(1.0, Rate(copy.Get()));
   EXPECT_EQ("Total=1 CRC=1 Frame=0 Runt=0 Oversize=1 ", TableText(copy.Get()));
-  EXPECT_EQ(expected, Saved(copy.Get()));
+  EXPECT_EQ(expected, StreamBytes(copy.Get()));
 
   // The old form, with or without a tag, fills the present counters only.
   Bytes old;
   Put<ULONG>(old, 0xDEADBEEF);
   for (uint64_t v : {7, 6, 5, 4, 3}) Put<uint64_t>(old, v);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), old));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), old));
   EXPECT_EQ((std::vector<uint64_t>{7, 6, 5, 4, 3}), Counters(copy.Get()));
   Bytes taggedOld = {0x45, 0x52, 0x01, 0x00};
   taggedOld.insert(taggedOld.end(), old.begin(), old.end());
   taggedOld[8] = 9;  // the first counter, behind tag, version and the unused word
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), taggedOld));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), taggedOld));
   EXPECT_EQ((std::vector<uint64_t>{9, 6, 5, 4, 3}), Counters(copy.Get()));
   EXPECT_EQ(1.0, Rate(copy.Get()));  // the old form holds no rate
 
@@ -298,11 +291,11 @@ TEST_F(ErrorStatsTest, StreamFormsTaggedAndOld) {
   v3[2] = 3;
   Bytes fourteen = {0x45, 0x52, 0x02, 0x00, 0, 0, 0, 0, 0, 0, 0, 0, 14, 0, 0, 0};
   fourteen.resize(fourteen.size() + 14 * 9 + 8);
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), v3));
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), fourteen));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), v3));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), fourteen));
   for (size_t n = 0; n < expected.size(); ++n) {
     auto target = InContext(0);
-    EXPECT_EQ(E_FAIL, LoadBytes(target.Get(), Bytes(expected.begin(), expected.begin() + static_cast<ptrdiff_t>(n))))
+    EXPECT_EQ(E_FAIL, LoadStreamBytes(target.Get(), Bytes(expected.begin(), expected.begin() + static_cast<ptrdiff_t>(n))))
         << n << " bytes";
     EXPECT_EQ(std::vector<uint64_t>(5, 0), Counters(target.Get())) << "a failed load replaced something";
   }
@@ -314,7 +307,7 @@ TEST_F(ErrorStatsTest, ALoadedCountThatDoesNotFitTheMediumNeverCountsPastItself)
   Bytes stream = {0x45, 0x52, 0x02, 0x00, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
   stream.resize(stream.size() + 3 * 9 + 8);
   auto stats = InContext(1);
-  ASSERT_EQ(S_OK, LoadBytes(stats.Get(), stream));
+  ASSERT_EQ(S_OK, LoadStreamBytes(stats.Get(), stream));
   ASSERT_EQ(S_OK, Frame(stats.Get(), MonitorFrame({0x06, 0x2D, 1, 2, 3, 4, 0x04, 0x30, 0x00, 0x03})));
   EXPECT_EQ((std::vector<uint64_t>{11, 1, 2}), Counters(stats.Get()));
 }
@@ -336,7 +329,7 @@ TEST_F(ErrorStatsTest, XmlTextAndSelection) {
   ASSERT_EQ(S_OK, copy->Load(document.Get(), root.Get()));
   EXPECT_EQ((std::vector<uint64_t>{1, 0, 1}), Counters(copy.Get()));
   auto load = [&](const char* markup) {
-    auto doc = Parse(markup);
+    auto doc = ParseXml(markup);
     ComPtr<IXMLDOMElement> top;
     EXPECT_EQ(S_OK, doc->get_documentElement(top.ReleaseAndGetAddressOf()));
     return copy->Load(doc.Get(), top.Get());

@@ -18,18 +18,20 @@
 #include "frame/xml_persist.h"
 #include "network/network_counters.h"
 #include "platform/class_store.h"
+#include "support/stream_bytes.h"
+#include "support/xml_text.h"
 
 namespace zemo::testing {
+
+using testing_support::LoadStreamBytes;
+using testing_support::StreamBytes;
 
 inline constexpr ZemoTime kT0 = 133000000000000000ull;  // some day in 2022
 inline constexpr ZemoTime kSecond = 1000000000ull;
 
 class NetworkFixture : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
-  }
+  void SetUp() override { ASSERT_EQ(S_OK, DllRegisterServer()); }
 
   // A statistic of the module by class identifier, as a host creates it.
   template <class I>
@@ -49,34 +51,15 @@ class NetworkFixture : public ::testing::Test {
     return context;
   }
 
-  static std::vector<uint8_t> StreamBytes(IUnknown* object) {
-    ComPtr<IPersistStream> persist;
-    EXPECT_EQ(S_OK, QueryTo(object, &persist));
-    auto stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, persist->Save(stream.Get(), TRUE));
-    return MemoryStreamBytes(stream.Get());
-  }
-
-  static HRESULT LoadBytes(IUnknown* object, const std::vector<uint8_t>& bytes) {
-    ComPtr<IPersistStream> persist;
-    EXPECT_EQ(S_OK, QueryTo(object, &persist));
-    auto stream = CreateReadOnlyStream(bytes.data(), bytes.size());
-    return persist->Load(stream.Get());
-  }
-
   // The object saved into a new document, as markup.
   static std::string XmlOf(IUnknown* object) {
     ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
     EXPECT_EQ(S_OK, SaveObjectToXml(object, doc.Get(), doc.Get(), FALSE));
-    CBstr xml;
-    EXPECT_EQ(S_OK, doc->get_xml(xml.Out()));
-    return xml.Utf8();
+    return ToUtf8(testing_support::XmlMarkup(doc.Get()));
   }
 
   static HRESULT LoadXml(IUnknown* object, const std::string& markup) {
-    ComPtr<IXMLDOMDocument> doc = CreateXmlDocument();
-    VARIANT_BOOL ok = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, doc->loadXML(CBstr(markup.c_str()).Get(), &ok)) << markup;
+    ComPtr<IXMLDOMDocument> doc = testing_support::ParseXml(markup);
     return LoadObjectFromXml(object, doc.Get(), doc.Get());
   }
 

@@ -3,11 +3,11 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "platform/class_store.h"
 #include "platform/xml_dom.h"
+#include "support/scratch_dir.h"
 
 namespace {
 
@@ -21,10 +21,7 @@ std::string TempPath(const char* name) {
   return ::testing::TempDir() + "xml_dom_" + std::to_string(getpid()) + "_" + name;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using zemo::testing_support::ReadFile;
 
 void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;

@@ -130,17 +130,17 @@ TEST_F(SnapshotTest, StreamFormIsByteExact) {
   }
   std::vector<uint8_t> saved = StreamBytes(snapshot->GetUnknown());
   auto loaded = SummaryStatsSnapshot::Create();
-  ASSERT_EQ(S_OK, LoadBytes(loaded->GetUnknown(), saved));
+  ASSERT_EQ(S_OK, LoadStreamBytes(loaded->GetUnknown(), saved));
   EXPECT_EQ(saved, StreamBytes(loaded->GetUnknown()));
   EXPECT_EQ(Order(snapshot.Get()), Order(loaded.Get()));
 
   // A short stream fails and keeps what it read; an odd string count fails.
   std::vector<uint8_t> cut(saved.begin(), saved.end() - 10);
-  EXPECT_EQ(E_FAIL, LoadBytes(loaded->GetUnknown(), cut));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(loaded->GetUnknown(), cut));
   EXPECT_EQ(Order(snapshot.Get()).size() - 1, Order(loaded.Get()).size());
   std::vector<uint8_t> odd = saved;
   odd[16] = 5;
-  EXPECT_EQ(E_FAIL, LoadBytes(loaded->GetUnknown(), odd));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(loaded->GetUnknown(), odd));
 }
 
 TEST_F(SnapshotTest, XmlFormCarriesEachTypeAndRefusesWhatIsMissing) {
@@ -160,10 +160,8 @@ TEST_F(SnapshotTest, XmlFormCarriesEachTypeAndRefusesWhatIsMissing) {
   EXPECT_NE(std::string::npos, xml.find("type=\"2\" time=\"77\"")) << xml;
 
   // The element itself is what loads.
-  auto document = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
   auto load = [&](const std::string& markup) {
-    EXPECT_EQ(S_OK, document->loadXML(CBstr(markup.c_str()).Get(), &ok));
+    auto document = testing_support::ParseXml(markup);
     ComPtr<IXMLDOMElement> root;
     document->get_documentElement(root.ReleaseAndGetAddressOf());
     auto copy = SummaryStatsSnapshot::Create();

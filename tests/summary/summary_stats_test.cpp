@@ -13,6 +13,7 @@
 #include "summary/summary_stats_snapshot.h"
 #include "summary/summary_stats_tracker.h"
 #include "support/scratch_dir.h"
+#include "support/table_cells.h"
 
 namespace zemo::testing {
 namespace {
@@ -58,22 +59,9 @@ class SummaryStatsTest : public NetworkFixture {
   }
   // The table as "Group|Stat|Value" lines.
   std::string Table() {
-    ComPtr<IDataTable> table;
-    EXPECT_EQ(S_OK, summary->GetTable(table.ReleaseAndGetAddressOf()));
-    ComPtr<IDataRows> rows;
-    table->GetRows(rows.ReleaseAndGetAddressOf());
-    LONG count = 0;
-    rows->GetCount(&count);
     std::string out;
-    for (LONG i = 0; i < count; ++i) {
-      ComPtr<IDataRow> row;
-      rows->GetRow(i, row.ReleaseAndGetAddressOf());
-      for (LONG c = 0; c < 3; ++c) {
-        CVariant cell;
-        row->GetValue(c, &cell);
-        out += cli::CellText(cell) + (c < 2 ? "|" : "\n");
-      }
-    }
+    for (const auto& row : testing_support::ReadTable(summary.Get()).rows)
+      for (size_t c = 0; c < 3 && c < row.size(); ++c) out += cli::CellText(row[c]) + (c < 2 ? "|" : "\n");
     return out;
   }
   void Fill(ISummaryStatsSnapshot* s) {
@@ -135,14 +123,14 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
     auto other = SummaryStats::Create();
     ComPtr<ISummaryStatsSnapshot> itsCurrent;
     other->GetSnapshot(0, itsCurrent.ReleaseAndGetAddressOf());
-    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadBytes(other->GetUnknown(), bytes));
+    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadStreamBytes(other->GetUnknown(), bytes));
     ComPtr<ISummaryStatsSnapshot> after;
     other->GetSnapshot(0, after.ReleaseAndGetAddressOf());
     EXPECT_EQ(itsCurrent.Get(), after.Get());
     EXPECT_EQ(IdOf(current.Get()), IdOf(after.Get()));
     EXPECT_EQ(bytes, StreamBytes(other->GetUnknown()));
     // A second load finds the stored one by its id instead of adding it again.
-    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadBytes(other->GetUnknown(), bytes));
+    ASSERT_EQ(S_OK, asXml ? LoadXml(other->GetUnknown(), xml) : LoadStreamBytes(other->GetUnknown(), bytes));
     LONG count = 0;
     other->GetSnapshotCount(&count);
     EXPECT_EQ(2, count);
@@ -152,7 +140,7 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
   stored->SetID(IdOf(current.Get()));
   stored->RemoveAll();
   auto other = SummaryStats::Create();
-  ASSERT_EQ(S_OK, LoadBytes(other->GetUnknown(), StreamBytes(summary->GetUnknown())));
+  ASSERT_EQ(S_OK, LoadStreamBytes(other->GetUnknown(), StreamBytes(summary->GetUnknown())));
   LONG count = 0, items = -1;
   other->GetSnapshotCount(&count);
   EXPECT_EQ(1, count);
@@ -163,7 +151,7 @@ TEST_F(SummaryStatsTest, LoadsKeepTheCurrentSnapshotObject) {
 
   EXPECT_EQ(E_FAIL, LoadXml(other->GetUnknown(), "<root/>"));
   EXPECT_EQ(E_FAIL, LoadXml(other->GetUnknown(), Edited(xml, "cursnap=", "current=")));
-  EXPECT_EQ(E_FAIL, LoadBytes(other->GetUnknown(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + 30)));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(other->GetUnknown(), std::vector<uint8_t>(bytes.begin(), bytes.begin() + 30)));
 }
 
 TEST_F(SummaryStatsTest, TheTableNamesItemsThroughTheStatMap) {

@@ -22,7 +22,6 @@ namespace specs = zemo::specs;
 class Conversations : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
     context = zemo::StatsContext::Create();
     stats = ConversationStats::Create();
     ASSERT_EQ(S_OK, context->AddStats(CLSID_ConversationStats, stats.Get()));
@@ -225,24 +224,12 @@ TEST_F(Conversations, LookupsAndTheResultTableShowReadableAddresses) {
   CBstr name;
   ASSERT_EQ(S_OK, stats->GetSelectName(name.Out()));
   EXPECT_EQ(u"conversationstats", name.View());
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG n = 0;
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(1, n);
-  ComPtr<IDataRow> row;
-  ASSERT_EQ(S_OK, rows->GetRow(0, row.ReleaseAndGetAddressOf()));
-  zemo::CVariant source, dest, protocol, bytes;
-  ASSERT_EQ(S_OK, row->GetValue(0, source.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(1, dest.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(2, protocol.Out()));
-  ASSERT_EQ(S_OK, row->GetValue(4, bytes.Out()));
-  EXPECT_EQ(u"10.0.0.1", zemo::XmlText(source));
-  EXPECT_EQ(u"10.0.0.2", zemo::XmlText(dest));
-  EXPECT_FALSE(zemo::XmlText(protocol).empty());
-  EXPECT_EQ(90u, bytes.ullVal);
+  auto t = zemo::testing_support::ReadTable(stats.Get());
+  ASSERT_EQ(1u, t.rows.size());
+  EXPECT_EQ(u"10.0.0.1", t.Text(0, 0));
+  EXPECT_EQ(u"10.0.0.2", t.Text(0, 1));
+  EXPECT_FALSE(t.Text(0, 2).empty());
+  EXPECT_EQ(90u, t.rows[0][4].ullVal);
 }
 
 // ---- persistence -------------------------------------------------------------
@@ -250,12 +237,12 @@ TEST_F(Conversations, LookupsAndTheResultTableShowReadableAddresses) {
 TEST_F(Conversations, StreamsRoundTripAndDeltasCarryOnlyRecentRecords) {
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(1), Mac(2), kNone, kNone, 64, kT0).Get()));
   ASSERT_EQ(S_OK, stats->ProcessPacket(Wired(Mac(3), Mac(4), kNone, kNone, 65, kT0 + 3 * kSecond).Get()));
-  auto full = SaveStreamOf(stats.Get(), 0);
+  auto full = DeltaBytes(stats.Get(), 0);
   ASSERT_EQ(8u + 2 * 40u, full.size());
   auto copy = ConversationStats::Create();
-  ASSERT_EQ(S_OK, LoadStreamOf(copy.Get(), full));
-  EXPECT_EQ(full, SaveStreamOf(copy.Get(), 0));
-  auto delta = SaveStreamOf(stats.Get(), kT0 + kSecond);
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
+  EXPECT_EQ(full, DeltaBytes(copy.Get(), 0));
+  auto delta = DeltaBytes(stats.Get(), kT0 + kSecond);
   ASSERT_EQ(8u + 40u, delta.size());
   ZemoConversationStatEntry last{};
   ASSERT_EQ(S_OK, stats->GetConversationEntry(1, &last));
@@ -271,11 +258,11 @@ TEST_F(Conversations, HostileStreamsAndDocumentsFailCleanly) {
   auto lone = ConversationStats::Create();
   std::vector<uint8_t> lying = {0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F};
   lying.resize(8 + 40 + 17, 0x22);  // one whole row and part of another
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), lying));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), lying));
   ULONG n = 0;
   ASSERT_EQ(S_OK, lone->GetConversationCount(&n));
   EXPECT_EQ(1u, n);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), {1, 2, 3}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), {1, 2, 3}));
 
   ComPtr<IXMLDOMDocument> broken = ParseXml(
       u"<root><conversationstats><stat><prop name=\"TupleIndex\" type=\"19\">3</prop>"
@@ -294,7 +281,7 @@ TEST_F(Conversations, XmlRoundTrips) {
   ASSERT_EQ(S_OK, zemo::SaveObjectToXml(static_cast<IPersistXml*>(stats.Get()), document.Get(), document.Get(), FALSE));
   auto copy = ConversationStats::Create();
   ASSERT_EQ(S_OK, zemo::LoadObjectFromXml(static_cast<IPersistXml*>(copy.Get()), document.Get(), document.Get()));
-  EXPECT_EQ(SaveStreamOf(stats.Get(), 0), SaveStreamOf(copy.Get(), 0));
+  EXPECT_EQ(DeltaBytes(stats.Get(), 0), DeltaBytes(copy.Get(), 0));
 }
 
 // ---- exports -----------------------------------------------------------------
@@ -308,9 +295,9 @@ TEST_F(Conversations, ExportsWriteRecordsAndABareBucketDump) {
   char line[160];
   std::snprintf(line, sizeof line, "0x%8.8X\t0xFFFFFFFF\t%llu\t%llu\t1\t64\t64\t64\n", e.TupleIndex,
                 static_cast<unsigned long long>(kT0), static_cast<unsigned long long>(kT0));
-  EXPECT_EQ(line, ReadFileText(base + ".txt"));
+  EXPECT_EQ(line, ReadFile(base + ".txt"));
   ASSERT_EQ(S_OK, stats->Save(zemo::FromUtf8(base + ".Hash").c_str(), FALSE));
-  std::string dump = ReadFileText(base + ".Hash");
+  std::string dump = ReadFile(base + ".Hash");
   EXPECT_EQ(3079, std::count(dump.begin(), dump.end(), '\n'));
   EXPECT_EQ(std::string::npos, dump.find("size="));
   EXPECT_NE(std::string::npos, ("\n" + dump).find("\n" + std::to_string(e.TupleIndex % 3079) + "=0 \n"));

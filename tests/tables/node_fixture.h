@@ -12,6 +12,8 @@
 #include "frame/clsids.h"
 #include "frame/xml_persist.h"
 #include "platform/stream.h"
+#include "support/stream_bytes.h"
+#include "support/xml_text.h"
 #include "tables/limit_settings.h"
 #include "tables/node_stats.h"
 
@@ -22,24 +24,20 @@ inline MediaSpec Mac(uint8_t last, uint8_t first = 0x00) {
 }
 inline MediaSpec Ip(uint8_t a, uint8_t b, uint8_t c, uint8_t d) { return specs::Ipv4(a, b, c, d); }
 
+using testing_support::DeltaBytes;
+using testing_support::LoadStreamBytes;
+
 // A MediaSpec of class and type 0: the address is absent.
 inline constexpr MediaSpec kNone{};
 
 inline constexpr ZemoTime kT0 = 133000000000000000ull;
 inline constexpr ZemoTime kSecond = 1000000000ull;
 
-// A document parsed from text.
-inline ComPtr<IXMLDOMDocument> ParseXml(const std::u16string& text) {
-  ComPtr<IXMLDOMDocument> document = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  EXPECT_EQ(S_OK, document->loadXML(CBstr(text).Get(), &ok));
-  return document;
-}
+using testing_support::ParseXml;
 
 class NodeStatsFixture : public ::testing::Test {
  public:
   void SetUp() override {
-    ASSERT_EQ(S_OK, RegisterEngineClasses());  // the entity table's protocol tree, the table of GetTable
     context = StatsContext::Create();
     stats = NodeStats::Create();
     ASSERT_EQ(S_OK, context->AddStats(CLSID_NodeStats, stats.Get()));
@@ -99,16 +97,6 @@ class NodeStatsFixture : public ::testing::Test {
       rows.emplace_back(p, p + sizeof e);
     }
     return rows;
-  }
-
-  static std::vector<uint8_t> SaveStream(NodeStats* s, ZemoTime since) {
-    ComPtr<IStream> stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, s->SaveDeltas(stream.Get(), &since));
-    return MemoryStreamBytes(stream.Get());
-  }
-  static HRESULT LoadStream(NodeStats* s, const std::vector<uint8_t>& bytes) {
-    ComPtr<IStream> stream = CreateMemoryStream(bytes.data(), bytes.size());
-    return static_cast<IPersistStream*>(s)->Load(stream.Get());
   }
 
   // A second NodeStats on the same context, not added to it.

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "support/scratch_dir.h"
+#include "support/table_cells.h"
 #include "tests/tables/node_fixture.h"
 
 namespace {
@@ -67,15 +68,6 @@ class HierarchyFixture : public NodeStatsFixture {
       rows.emplace_back(p, p + sizeof e);
     }
     return rows;
-  }
-  static std::vector<uint8_t> Saved(NodeStatsHierarchy* t, ZemoTime since) {
-    ComPtr<IStream> stream = zemo::CreateMemoryStream();
-    EXPECT_EQ(S_OK, t->SaveDeltas(stream.Get(), &since));
-    return zemo::MemoryStreamBytes(stream.Get());
-  }
-  static HRESULT Load(NodeStatsHierarchy* t, const std::vector<uint8_t>& bytes) {
-    ComPtr<IStream> stream = zemo::CreateMemoryStream(bytes.data(), bytes.size());
-    return static_cast<IPersistStream*>(t)->Load(stream.Get());
   }
 
   ComPtr<NodeStatsHierarchy> tree;
@@ -145,29 +137,17 @@ TEST_F(HierarchyFixture, PhysicalRecordsMatchNodeStatsAndPairsStandBehindThem) {
 
 TEST_F(HierarchyFixture, TheTableNamesBothAddressesAndAPhysicalRecordHasNoLogicalOne) {
   ASSERT_EQ(S_OK, Both(kMacA, kIpA, kMacB, kIpB, 100, kT0));
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, tree->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  LONG n = 0;
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(4, n);
-  auto text = [&](LONG row, LONG column) {
-    ComPtr<IDataRow> r;
-    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
-    zemo::CVariant v;
-    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
-    return zemo::XmlText(v);
-  };
-  EXPECT_EQ(u"00:1a:2b:3c:4d:01", text(1, 0));
-  EXPECT_EQ(u"10.0.0.1", text(1, 1));
-  EXPECT_EQ(u"", text(0, 1));
-  EXPECT_EQ(u"1", text(1, 3));  // PacketsSent
+  auto t = zemo::testing_support::ReadTable(tree.Get());
+  ASSERT_EQ(4u, t.rows.size());
+  EXPECT_EQ(u"00:1a:2b:3c:4d:01", t.Text(1, 0));
+  EXPECT_EQ(u"10.0.0.1", t.Text(1, 1));
+  EXPECT_EQ(u"", t.Text(0, 1));
+  EXPECT_EQ(u"1", t.Text(1, 3));  // PacketsSent
 }
 
 TEST_F(HierarchyFixture, StreamsAndXmlCarryPairsAndDeltasRebuildTheWritersTable) {
   ASSERT_EQ(S_OK, Both(kMacA, kIpA, kMacB, kIpB, 100, kT0));
-  std::vector<uint8_t> whole = Saved(tree.Get(), 0);
+  std::vector<uint8_t> whole = DeltaBytes(tree.Get(), 0);
   ASSERT_EQ(8u + 4 * 112, whole.size());
   ULONG physical = 0, logical = 0;
   std::memcpy(&physical, &whole[8 + 112], 4);
@@ -177,15 +157,15 @@ TEST_F(HierarchyFixture, StreamsAndXmlCarryPairsAndDeltasRebuildTheWritersTable)
 
   auto reader = NodeStatsHierarchy::Create();
   ASSERT_EQ(S_OK, reader->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, Load(reader.Get(), whole));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reader.Get(), whole));
   // A delta of the pair that moved, loaded twice, gives the writer's table.
   ASSERT_EQ(S_OK, Both(kMacA, kIpA, kMacR, kNone, 50, kT0 + 60 * kSecond));
-  std::vector<uint8_t> delta = Saved(tree.Get(), kT0 + 60 * kSecond);
+  std::vector<uint8_t> delta = DeltaBytes(tree.Get(), kT0 + 60 * kSecond);
   ULONG rows = 0;
   std::memcpy(&rows, &delta[4], 4);
   EXPECT_EQ(3u, rows);
-  ASSERT_EQ(S_OK, Load(reader.Get(), delta));
-  ASSERT_EQ(S_OK, Load(reader.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reader.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reader.Get(), delta));
   EXPECT_EQ(AllRows(tree.Get()), AllRows(reader.Get()));
 
   // A pair row alone brings its physical record in ahead of it.
@@ -196,14 +176,14 @@ TEST_F(HierarchyFixture, StreamsAndXmlCarryPairsAndDeltasRebuildTheWritersTable)
   const ULONG one = 1, otherResetCount = 99;
   std::memcpy(&pairOnly[4], &one, 4);
   std::memcpy(&pairOnly[0], &otherResetCount, 4);
-  ASSERT_EQ(S_OK, Load(lone.Get(), pairOnly));
+  ASSERT_EQ(S_OK, LoadStreamBytes(lone.Get(), pairOnly));
   ASSERT_EQ(2u, Count(lone.Get()));
   EXPECT_EQ(kNo, Entry(0, lone.Get()).LogicalIndex);
   EXPECT_EQ(0u, +Entry(0, lone.Get()).Stat.PacketsSent);
   EXPECT_EQ(1u, +Entry(1, lone.Get()).Stat.PacketsSent);
   // A stream that ends inside a row fails with the rows before it kept.
   pairOnly.resize(pairOnly.size() - 1);
-  EXPECT_EQ(E_FAIL, Load(lone.Get(), pairOnly));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), pairOnly));
 
   // XML: the node statistics' element, both keys as properties.
   ComPtr<IXMLDOMDocument> document = ParseXml(u"<root/>");

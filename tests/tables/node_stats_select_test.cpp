@@ -4,6 +4,7 @@
 
 #include "frame/xml_persist.h"
 #include "platform/class_store.h"
+#include "support/table_cells.h"
 #include "tests/tables/node_fixture.h"
 
 namespace {
@@ -17,45 +18,26 @@ using NodeStatsSelect = NodeStatsFixture;
 
 TEST_F(NodeStatsSelect, TheTableShowsEachRecordWithItsAddressAsText) {
   ASSERT_EQ(S_OK, Send(Mac(0x01), Ip(10, 0, 0, 1), Mac(0x02, 0x02), Ip(224, 0, 0, 9), 100, kT0));
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, stats->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataColumns> columns;
-  ASSERT_EQ(S_OK, table->GetColumns(columns.ReleaseAndGetAddressOf()));
-  const char16_t* expected[] = {u"Node",           u"PacketsReceived",  u"PacketsSent",    u"BytesReceived",
-                                u"BytesSent",      u"MulticastPackets", u"MulticastBytes", u"BroadcastPackets",
-                                u"BroadcastBytes", u"EntityIndex"};
-  LONG n = 0;
-  ASSERT_EQ(S_OK, columns->GetCount(&n));
-  ASSERT_EQ(10, n);
-  for (LONG i = 0; i < n; ++i) {
-    CBstr name;
-    VARTYPE type = 0;
-    ASSERT_EQ(S_OK, columns->GetName(i, name.Out()));
-    ASSERT_EQ(S_OK, columns->GetType(i, &type));
-    EXPECT_EQ(expected[i], name.View());
-    EXPECT_EQ(i == 0 ? VT_BSTR : i == 9 ? VT_UI4 : VT_UI8, type) << i;
-  }
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(4, n);
-  auto cell = [&](LONG row, LONG column) {
-    ComPtr<IDataRow> r;
-    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
-    CVariant v;
-    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
-    return v;
-  };
-  EXPECT_EQ(u"00:1a:2b:3c:4d:01", zemo::XmlText(cell(0, 0)));
-  EXPECT_EQ(u"10.0.0.1", zemo::XmlText(cell(1, 0)));
-  EXPECT_EQ(u"224.0.0.9", zemo::XmlText(cell(3, 0)));
+  auto t = zemo::testing_support::ReadTable(stats.Get());
+  EXPECT_EQ((std::vector<std::u16string>{u"Node", u"PacketsReceived", u"PacketsSent", u"BytesReceived", u"BytesSent",
+                                         u"MulticastPackets", u"MulticastBytes", u"BroadcastPackets", u"BroadcastBytes",
+                                         u"EntityIndex"}),
+            t.names);
+  std::vector<VARTYPE> types(10, VT_UI8);
+  types.front() = VT_BSTR;
+  types.back() = VT_UI4;
+  EXPECT_EQ(types, t.types);
+  ASSERT_EQ(4u, t.rows.size());
+  EXPECT_EQ(u"00:1a:2b:3c:4d:01", t.Text(0, 0));
+  EXPECT_EQ(u"10.0.0.1", t.Text(1, 0));
+  EXPECT_EQ(u"224.0.0.9", t.Text(3, 0));
   // The logical source sent one multicast packet of 100 bytes.
-  EXPECT_EQ(1u, cell(1, 2).ullVal);
-  EXPECT_EQ(1u, cell(1, 5).ullVal);
-  EXPECT_EQ(100u, cell(1, 6).ullVal);
-  EXPECT_EQ(0u, cell(0, 5).ullVal);  // the physical destination was unicast
-  EXPECT_EQ(1u, cell(2, 1).ullVal);
-  EXPECT_EQ(EntityOf(Mac(0x02, 0x02)), cell(2, 9).ulVal);
+  EXPECT_EQ(1u, t.rows[1][2].ullVal);
+  EXPECT_EQ(1u, t.rows[1][5].ullVal);
+  EXPECT_EQ(100u, t.rows[1][6].ullVal);
+  EXPECT_EQ(0u, t.rows[0][5].ullVal);  // the physical destination was unicast
+  EXPECT_EQ(1u, t.rows[2][1].ullVal);
+  EXPECT_EQ(EntityOf(Mac(0x02, 0x02)), t.rows[2][9].ulVal);
   EXPECT_EQ(E_POINTER, stats->GetTable(nullptr));
 }
 

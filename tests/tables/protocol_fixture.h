@@ -14,6 +14,8 @@
 #include "engine/proto_specs.h"
 #include "frame/clsids.h"
 #include "platform/stream.h"
+#include "support/scratch_dir.h"
+#include "support/table_cells.h"
 #include "tables/limit_settings.h"
 #include "tables/protocol_stats.h"
 #include "tests/tables/node_fixture.h"
@@ -48,29 +50,7 @@ class FakeProtoSpecs final : public Object<FakeProtoSpecs, IProtoSpecs> {
   HRESULT FindSpecByPath(const USHORT*, ULONG, MediaSpec*) override { return E_NOTIMPL; }
 };
 
-// The stream plumbing of any delta-capable statistic.
-template <class S>
-std::vector<uint8_t> SaveStreamOf(S* s, ZemoTime since) {
-  ComPtr<IStream> stream = CreateMemoryStream();
-  EXPECT_EQ(S_OK, s->SaveDeltas(stream.Get(), &since));
-  return MemoryStreamBytes(stream.Get());
-}
-template <class S>
-HRESULT LoadStreamOf(S* s, const std::vector<uint8_t>& bytes) {
-  ComPtr<IStream> stream = CreateMemoryStream(bytes.data(), bytes.size());
-  return static_cast<IPersistStream*>(s)->Load(stream.Get());
-}
-
-// The whole text of a file.
-inline std::string ReadFileText(const std::string& path) {
-  std::string text;
-  if (FILE* f = std::fopen(path.c_str(), "rb")) {
-    char buffer[4096];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) text.append(buffer, n);
-    std::fclose(f);
-  }
-  return text;
-}
+using testing_support::ReadFile;
 
 // A limit of `limit` records, enforced; reset empties the table, otherwise
 // it pauses.

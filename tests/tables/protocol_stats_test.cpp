@@ -23,7 +23,6 @@ namespace specs = zemo::specs;
 class ProtocolTables : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(S_OK, zemo::RegisterEngineClasses());
     context = zemo::StatsContext::Create();
     one = ProtocolStats::Create();
     layered = ProtocolStatsByID::Create();
@@ -337,35 +336,15 @@ TEST_F(ProtocolTables, TrackersNeedAProtocolOfTheTree) {
 
 TEST_F(ProtocolTables, TheResultTable) {
   ASSERT_EQ(S_OK, one->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}, 77).Get()));
-  ComPtr<IDataTable> table;
-  ASSERT_EQ(S_OK, one->GetTable(table.ReleaseAndGetAddressOf()));
-  ComPtr<IDataColumns> columns;
-  ASSERT_EQ(S_OK, table->GetColumns(columns.ReleaseAndGetAddressOf()));
-  const char16_t* expected[] = {u"Protocol", u"Packets", u"Bytes", u"FirstTime", u"LastTime", u"EntityIndex"};
-  LONG n = 0;
-  ASSERT_EQ(S_OK, columns->GetCount(&n));
-  ASSERT_EQ(6, n);
-  for (LONG i = 0; i < n; ++i) {
-    CBstr column;
-    ASSERT_EQ(S_OK, columns->GetName(i, column.Out()));
-    EXPECT_EQ(expected[i], column.View());
-  }
-  ComPtr<IDataRows> rows;
-  ASSERT_EQ(S_OK, table->GetRows(rows.ReleaseAndGetAddressOf()));
-  ASSERT_EQ(S_OK, rows->GetCount(&n));
-  ASSERT_EQ(3, n);
-  auto cell = [&](LONG row, LONG column) {
-    ComPtr<IDataRow> r;
-    EXPECT_EQ(S_OK, rows->GetRow(row, r.ReleaseAndGetAddressOf()));
-    zemo::CVariant v;
-    EXPECT_EQ(S_OK, r->GetValue(column, v.Out()));
-    return v;
-  };
-  EXPECT_EQ(0u, cell(0, 1).ullVal);
-  EXPECT_EQ(1u, cell(2, 1).ullVal);
-  EXPECT_EQ(77u, cell(2, 2).ullVal);
-  EXPECT_EQ(EntityOf(proto::kTcp), cell(2, 5).ulVal);
-  EXPECT_FALSE(zemo::XmlText(cell(2, 0)).empty());
+  auto t = zemo::testing_support::ReadTable(static_cast<ISelectableObject*>(one.Get()));
+  EXPECT_EQ((std::vector<std::u16string>{u"Protocol", u"Packets", u"Bytes", u"FirstTime", u"LastTime", u"EntityIndex"}),
+            t.names);
+  ASSERT_EQ(3u, t.rows.size());
+  EXPECT_EQ(0u, t.rows[0][1].ullVal);
+  EXPECT_EQ(1u, t.rows[2][1].ullVal);
+  EXPECT_EQ(77u, t.rows[2][2].ullVal);
+  EXPECT_EQ(EntityOf(proto::kTcp), t.rows[2][5].ulVal);
+  EXPECT_FALSE(t.Text(2, 0).empty());
 }
 
 // ---- persistence -------------------------------------------------------------
@@ -374,11 +353,11 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
   ASSERT_EQ(S_OK, context->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}, 60, kT0).Get()));
   ASSERT_EQ(S_OK,
             context->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv6, proto::kUdp}, 90, kT0 + 5 * kSecond).Get()));
-  auto full = SaveStreamOf(one.Get(), 0);
+  auto full = DeltaBytes(one.Get(), 0);
   EXPECT_EQ(8u + Records(one.Get()).size() * 36, full.size());
   auto copy = ProtocolStats::Create();
   ASSERT_EQ(S_OK, copy->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, LoadStreamOf(copy.Get(), full));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), full));
   auto a = Records(one.Get()), b = Records(copy.Get());
   ASSERT_EQ(a.size(), b.size());
   for (size_t i = 0; i < a.size(); ++i) {
@@ -386,7 +365,7 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
     EXPECT_EQ(0, std::memcmp(&a[i].Stat, &b[i].Stat, sizeof a[i].Stat));
   }
   // Only UDP moved at or after the later time.
-  auto delta = SaveStreamOf(one.Get(), kT0 + kSecond);
+  auto delta = DeltaBytes(one.Get(), kT0 + kSecond);
   ASSERT_EQ(8u + 36u, delta.size());
   ULONG rows = 0, key = 0;
   std::memcpy(&rows, &delta[4], 4);
@@ -397,10 +376,10 @@ TEST_F(ProtocolTables, StreamsRoundTripAndDeltasLeaveQuietAncestorsOut) {
 
 TEST_F(ProtocolTables, ALoadedRowWithoutARecordBringsItsAncestors) {
   ASSERT_EQ(S_OK, layered->ProcessPacket(Stack({proto::kEthernetII, proto::kIpv4, proto::kTcp}).Get()));
-  auto delta = SaveStreamOf(layered.Get(), kT0);  // the three counted layers, not the IP family
+  auto delta = DeltaBytes(layered.Get(), kT0);  // the three counted layers, not the IP family
   auto fresh = ProtocolStatsByID::Create();
   ASSERT_EQ(S_OK, fresh->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, LoadStreamOf(fresh.Get(), delta));
+  ASSERT_EQ(S_OK, LoadStreamBytes(fresh.Get(), delta));
   EXPECT_EQ(Ids(layered.Get()), Ids(fresh.Get()));
   EXPECT_EQ(0u, Stat(fresh.Get(), proto::kIp).Packets);
   EXPECT_EQ(1u, Stat(fresh.Get(), proto::kTcp).Packets);
@@ -411,13 +390,13 @@ TEST_F(ProtocolTables, HostileStreamsFailWithoutGrowingTheTable) {
   // A row count far beyond the bytes: E_FAIL after the rows there are.
   std::vector<uint8_t> huge = {0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
   huge.resize(8 + 36, 0x11);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), huge));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), huge));
   ULONG n = 0;
   ASSERT_EQ(S_OK, lone->GetProtocolCount(&n));
   EXPECT_EQ(1u, n);
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), {1, 0}));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), {1, 0}));
   std::vector<uint8_t> shortRow = {0, 0, 0, 0, 1, 0, 0, 0, 5, 0, 0};
-  EXPECT_EQ(E_FAIL, LoadStreamOf(lone.Get(), shortRow));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(lone.Get(), shortRow));
 }
 
 TEST_F(ProtocolTables, XmlRoundTripsAndRejectsMissingFields) {
@@ -461,14 +440,14 @@ TEST_F(ProtocolTables, ExportsNameTreeProtocolsAndDumpTheBuckets) {
   ASSERT_EQ(S_OK, tree->GetSpecName(proto::kTcp, tcpName.Out()));
 
   ASSERT_EQ(S_OK, one->Save(zemo::FromUtf8(base + ".TXT").c_str(), FALSE));
-  std::string text = ReadFileText(base + ".TXT");
+  std::string text = ReadFile(base + ".TXT");
   char line[128];
   std::snprintf(line, sizeof line, "0x%8.8X\t0xFFFFFFFF\t%s\t%llu\t%llu\t1\t70\n", EntityOf(proto::kTcp),
                 tcpName.Utf8().c_str(), static_cast<unsigned long long>(kT0), static_cast<unsigned long long>(kT0));
   EXPECT_NE(std::string::npos, text.find(line)) << text;
 
   ASSERT_EQ(S_OK, one->Save(zemo::FromUtf8(base + ".hash").c_str(), FALSE));
-  std::string dump = ReadFileText(base + ".hash");
+  std::string dump = ReadFile(base + ".hash");
   EXPECT_EQ(770, std::count(dump.begin(), dump.end(), '\n'));
   EXPECT_NE(std::string::npos, dump.find("size=769, entries=3"));
   EXPECT_EQ(E_INVALIDARG, one->Save(zemo::FromUtf8(base + ".csv").c_str(), FALSE));

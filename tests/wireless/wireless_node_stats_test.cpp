@@ -403,7 +403,7 @@ TEST_F(WirelessNodeStatsTest, SecondGenerationStreamKeepsIndexesAndTrust) {
   auto fresh = Create<IWirelessNodeStats2>(CLSID_WirelessNodeStats2);
   auto context2 = StatsContext::Create();
   ASSERT_EQ(S_OK, fresh.Query<IZemoStats>()->SetContext(context.Get()));
-  ASSERT_EQ(S_OK, LoadBytes(fresh.Get(), bytes));
+  ASSERT_EQ(S_OK, LoadStreamBytes(fresh.Get(), bytes));
   EXPECT_EQ(bytes, StreamBytes(fresh.Get()));
   ULONG count = 0, index = 0;
   ASSERT_EQ(S_OK, fresh->GetNodeCount(&count));
@@ -418,11 +418,11 @@ TEST_F(WirelessNodeStatsTest, SecondGenerationStreamKeepsIndexesAndTrust) {
   // A cut stream and a claim of too many records fail.
   auto bad = bytes;
   bad.resize(bad.size() - 5);
-  EXPECT_NE(S_OK, LoadBytes(fresh.Get(), bad));
+  EXPECT_NE(S_OK, LoadStreamBytes(fresh.Get(), bad));
   bad = bytes;
   const uint32_t many = 1000001;
   std::memcpy(bad.data() + 12, &many, 4);  // behind the block length and the first tag
-  EXPECT_EQ(E_UNEXPECTED, LoadBytes(fresh.Get(), bad));
+  EXPECT_EQ(E_UNEXPECTED, LoadStreamBytes(fresh.Get(), bad));
 
   // The address book's trust shows on reading.
   auto site = Site::Create();
