@@ -87,10 +87,8 @@ void ConversationStats::CountPair(const MediaSpec& source, const MediaSpec& dest
     TupleRecord tuple{};
     tuple.fProtocol = protocol;
     tuple.fNext = kNoRecord;
-    tuple.fSource = known.source;
-    tuple.fDestination = known.destination;
-    if (tuple.fSource == kNoEntityId) CheckHr(m_entities->FindOrAdd(&source, 1, &tuple.fSource));
-    if (tuple.fDestination == kNoEntityId) CheckHr(m_entities->FindOrAdd(&destination, 1, &tuple.fDestination));
+    tuple.fSource = EntityOf(m_entities.Get(), source, known.source);
+    tuple.fDestination = EntityOf(m_entities.Get(), destination, known.destination);
     // A source type without a sub-table of its own in the TupleTable ends
     // here: that pair has no conversation to count in.
     if (FAILED(m_tuples->FindOrAdd(&tuple, 1, &id))) return;

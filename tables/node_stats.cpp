@@ -87,9 +87,7 @@ HRESULT NodeStats::ProcessPacket(IPacket* packet) {
     // a failure keeps what the addresses before it counted.
     for (int slot = 0; slot < kAddressSlots; ++slot) {
       if (!IsValidSpec(spec[slot])) continue;
-      ULONG entity = known[slot];
-      if (entity == kNoEntityId) CheckHr(m_entities->FindOrAdd(&spec[slot], 1, &entity));
-      ZemoNodeStat& stat = m_table.FindOrAdd(entity).Stat;
+      ZemoNodeStat& stat = m_table.FindOrAdd(EntityOf(m_entities.Get(), spec[slot], known[slot])).Stat;
       if (slot < kPhysicalDestination) {
         const MediaSpec& destination = spec[slot + 2];
         CountSent(stat, time, length, IsValidSpec(destination) ? &destination : nullptr);

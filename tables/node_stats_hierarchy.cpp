@@ -79,11 +79,7 @@ HRESULT NodeStatsHierarchy::ProcessPacket(IPacket* packet) {
 
     ULONG known[kAddressSlots];
     KnownEntities(m_entities.Get(), spec, known);
-    auto intern = [&](int slot) {
-      ULONG entity = known[slot];
-      if (entity == kNoEntityId) CheckHr(m_entities->FindOrAdd(&spec[slot], 1, &entity));
-      return entity;
-    };
+    auto intern = [&](int slot) { return EntityOf(m_entities.Get(), spec[slot], known[slot]); };
     auto present = [&](int slot) { return IsValidSpec(spec[slot]) ? &spec[slot] : nullptr; };
     for (int side : {kPhysicalSource, kPhysicalDestination}) {
       if (known[side] == kNoEntityId) continue;

@@ -123,6 +123,13 @@ inline void KnownEntities(IEntityTable* entities, const MediaSpec (&spec)[kAddre
     if (!IsValidSpec(spec[slot]) || FAILED(entities->FindOrAdd(&spec[slot], 0, &ids[slot]))) ids[slot] = kNoEntityId;
 }
 
+// The entity of an address: known, where an earlier find had it, else found
+// or added now; a table that cannot hold it raises its failure.
+inline ULONG EntityOf(IEntityTable* entities, const MediaSpec& spec, ULONG known) {
+  if (known == kNoEntityId) CheckHr(entities->FindOrAdd(&spec, 1, &known));
+  return known;
+}
+
 // The sum of the EntityTable's counts over types, asked in their order;
 // no table raises E_FAIL.
 inline void CountEntityTypes(IEntityTable* entities, std::span<const ULONG> types, ULONG* count) {
